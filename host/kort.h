@@ -1,0 +1,65 @@
+/* Reference host runtime for libquarz_linalg.
+ *
+ * A small stand-in for the host application's runtime: it owns array memory, offers
+ * NumericArrayResize and QSort under the names the library binds to, and adds a C API
+ * for programs (and tests) that act as the host. Every array lives in a relocatable
+ * handle: the handle stays put, the block it points to may move on a resize.
+ */
+#ifndef QUARZ_KORT_H
+#define QUARZ_KORT_H
+
+#include <stdint.h>
+#include "quarz_linalg.h"
+
+#define KORT_API __attribute__((visibility("default")))
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Resizes the block behind *handle to hold `count` elements of the type code's element
+ * type in a block of `numDims` dimensions (1 or 2); allocates a new handle when *handle
+ * is null. Keeps the existing dimension sizes and elements (as far as they fit); the
+ * caller writes the new sizes. Returns 0, or non-zero when refused. */
+KORT_API int32_t NumericArrayResize(int32_t typeCode, int32_t numDims, ArrayHandle* handle,
+                                    int64_t count);
+
+/* qsort over `count` elements of `elemSize` bytes. */
+KORT_API void QSort(void* base, int32_t count, int32_t elemSize,
+                    int (*compare)(const void*, const void*));
+
+/* Marks this module as a host runtime. */
+KORT_API extern const int32_t gKORTVersion;
+
+/* A handle to a zero-filled block of `size` bytes (NULL when size < 0 or out of memory),
+ * and its release. */
+KORT_API ArrayHandle AZNewHandle(int64_t size);
+KORT_API void AZDisposeHandle(ArrayHandle handle);
+
+/* ---- Arrays ---------------------------------------------------------------------- */
+
+/* Byte offset of the first element and element size for a type code (-1 if unknown). */
+KORT_API int32_t KortElementOffset(int32_t typeCode, int32_t numDims);
+KORT_API int32_t KortElementSize(int32_t typeCode);
+
+/* New array with the given sizes, elements zero; NULL on a bad type code, rank or size. */
+KORT_API ArrayHandle KortArrayNew(int32_t typeCode, int32_t numDims, const int32_t* dims);
+KORT_API void KortArrayFree(ArrayHandle handle);
+/* Size of dimension i (0 for a null handle or block). */
+KORT_API int32_t KortArrayDim(ArrayHandle handle, int32_t i);
+/* Address of the first element for the given type code and rank (NULL for a null block). */
+KORT_API void* KortArrayData(ArrayHandle handle, int32_t typeCode, int32_t numDims);
+
+/* ---- Accounting and failure injection --------------------------------------------- */
+
+KORT_API int64_t KortLiveHandles(void);   /* handles allocated and not yet freed */
+KORT_API int64_t KortLiveBytes(void);     /* bytes held in blocks */
+KORT_API int64_t KortResizeCount(void);   /* NumericArrayResize calls so far */
+/* Makes the k-th NumericArrayResize call from now (1 = the next) fail; 0 disarms. */
+KORT_API void KortFailResizeAt(int64_t k);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* QUARZ_KORT_H */
