@@ -115,6 +115,10 @@ QUARZ_API int32_t cRMSH(ArrayHandle x, float* result);
 QUARZ_API int32_t zRMSH(ArrayHandle x, double* result);
 
 
+/* ---- Matrix products ------------------------------------------------------------ */
+
+/* ---- Square systems: LU, Cholesky, linear equations, determinant -------------------- */
+
 #ifdef __cplusplus
 }  /* extern "C" */
 #endif

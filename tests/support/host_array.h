@@ -1,0 +1,128 @@
+// Test-side host arrays on the reference host runtime, and small helpers shared by the
+// test suites.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <complex>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "kort.h"
+#include "typed_api.h"
+
+namespace qt {
+
+using ElementTypes = ::testing::Types<float, double, std::complex<float>, std::complex<double>>;
+
+template <class T> struct Real { using type = T; };
+template <class R> struct Real<std::complex<R>> { using type = R; };
+template <class T> using RealT = typename Real<T>::type;
+template <class T> constexpr bool kIsComplex = !std::is_same_v<T, RealT<T>>;
+
+template <class T> constexpr int32_t TypeCode();
+template <> constexpr int32_t TypeCode<int32_t>() { return QuarzTypeInt32; }
+template <> constexpr int32_t TypeCode<float>() { return QuarzTypeFloat; }
+template <> constexpr int32_t TypeCode<double>() { return QuarzTypeDouble; }
+template <> constexpr int32_t TypeCode<std::complex<float>>() { return QuarzTypeComplexFloat; }
+template <> constexpr int32_t TypeCode<std::complex<double>>() { return QuarzTypeComplexDouble; }
+
+template <class T> RealT<T> Eps() { return std::numeric_limits<RealT<T>>::epsilon(); }
+template <class T> bool IsNaN(const T& v) {
+  if constexpr (kIsComplex<T>) return std::isnan(v.real()) && std::isnan(v.imag());
+  else return std::isnan(v);
+}
+
+// An owned host array of element type T and rank 1 or 2; freed on destruction.
+template <class T>
+class HostArray {
+ public:
+  static HostArray Vector(const std::vector<T>& v) {
+    HostArray a(1, {static_cast<int32_t>(v.size())});
+    if (!v.empty()) std::memcpy(a.data(), v.data(), v.size() * sizeof(T));
+    return a;
+  }
+  static HostArray Matrix(int32_t rows, int32_t cols, const std::vector<T>& rowMajor = {}) {
+    HostArray a(2, {rows, cols});
+    if (!rowMajor.empty()) std::memcpy(a.data(), rowMajor.data(), rowMajor.size() * sizeof(T));
+    return a;
+  }
+  // A 2-D array whose sizes are written as given (negative ones included) with room for
+  // `room` elements: for inputs no host would normally build.
+  static HostArray RawMatrix(int32_t rows, int32_t cols, int32_t room = 0) {
+    HostArray a(2, {0, 0});
+    ArrayHandle h = a.h_;
+    EXPECT_EQ(NumericArrayResize(TypeCode<T>(), 2, &h, room), 0);
+    reinterpret_cast<int32_t*>(*a.h_)[0] = rows;
+    reinterpret_cast<int32_t*>(*a.h_)[1] = cols;
+    return a;
+  }
+
+  HostArray(HostArray&& o) noexcept : h_(o.h_), rank_(o.rank_) { o.h_ = nullptr; }
+  HostArray& operator=(HostArray&& o) noexcept {
+    std::swap(h_, o.h_);
+    std::swap(rank_, o.rank_);
+    return *this;
+  }
+  ~HostArray() { KortArrayFree(h_); }
+
+  ArrayHandle h() const { return h_; }
+  operator ArrayHandle() const { return h_; }
+  int32_t rank() const { return rank_; }
+  int32_t dim(int i) const { return KortArrayDim(h_, i); }
+  int64_t size() const { return rank_ == 1 ? dim(0) : int64_t{dim(0)} * dim(1); }
+  T* data() const { return static_cast<T*>(KortArrayData(h_, TypeCode<T>(), rank_)); }
+  std::vector<T> values() const {
+    int64_t n = size() > 0 ? size() : 0;
+    return std::vector<T>(data(), data() + n);
+  }
+  T& at(int32_t i, int32_t j) const { return data()[int64_t{i} * dim(1) + j]; }
+
+ private:
+  HostArray(int32_t rank, std::vector<int32_t> dims) : rank_(rank) {
+    h_ = KortArrayNew(TypeCode<T>(), rank, dims.data());
+    EXPECT_NE(h_, nullptr);
+  }
+  ArrayHandle h_ = nullptr;
+  int32_t rank_ = 1;
+};
+
+template <class T> HostArray<T> Vec(const std::vector<T>& v) { return HostArray<T>::Vector(v); }
+template <class T> HostArray<T> Mat(int32_t r, int32_t c, const std::vector<T>& v = {}) {
+  return HostArray<T>::Matrix(r, c, v);
+}
+
+// Random values in [-1, 1] (both parts for complex), reproducible per seed.
+template <class T>
+std::vector<T> RandomValues(size_t n, unsigned seed) {
+  std::mt19937 gen(seed);
+  std::uniform_real_distribution<double> u(-1.0, 1.0);
+  std::vector<T> v(n);
+  for (auto& e : v) {
+    if constexpr (kIsComplex<T>) e = T(RealT<T>(u(gen)), RealT<T>(u(gen)));
+    else e = T(u(gen));
+  }
+  return v;
+}
+
+// Runs `call` once to count its host resizes, then again with each of them refused in
+// turn, handing the status of every refused run to `check`.
+template <class Call, class Check>
+void ForEachRefusedResize(Call call, Check check) {
+  int64_t before = KortResizeCount();
+  call();
+  int64_t resizes = KortResizeCount() - before;
+  ASSERT_GT(resizes, 0) << "the call made no resize to refuse";
+  for (int64_t k = 1; k <= resizes; ++k) {
+    KortFailResizeAt(k);
+    int32_t status = call();
+    KortFailResizeAt(0);
+    SCOPED_TRACE("resize " + std::to_string(k) + " of " + std::to_string(resizes) + " refused");
+    check(k, status);
+  }
+}
+
+}  // namespace qt
