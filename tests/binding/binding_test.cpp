@@ -1,0 +1,115 @@
+// The host binding seen from outside: each scenario runs in a child process configured
+// as a different host, so the search order, module switches and fatal exits can all be
+// observed.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <string>
+
+namespace {
+
+struct Outcome {
+  int exit_code = -1;
+  std::string out, err;
+};
+
+std::string ReadAll(int fd) {
+  std::string s;
+  std::array<char, 4096> buf;
+  ssize_t n;
+  while ((n = read(fd, buf.data(), buf.size())) > 0) s.append(buf.data(), static_cast<size_t>(n));
+  return s;
+}
+
+Outcome RunProbe(const std::string& probe, const std::string& scenario) {
+  int out[2], err[2];
+  EXPECT_EQ(pipe(out), 0);
+  EXPECT_EQ(pipe(err), 0);
+  pid_t pid = fork();
+  if (pid == 0) {
+    dup2(out[1], 1);
+    dup2(err[1], 2);
+    close(out[0]);
+    close(err[0]);
+    const std::string path = std::string(PROBE_BIN_DIR) + "/" + probe;
+    execl(path.c_str(), path.c_str(), scenario.c_str(), static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  close(out[1]);
+  close(err[1]);
+  Outcome o;
+  // Both pipes are small; read stdout then stderr (the probe writes little).
+  o.out = ReadAll(out[0]);
+  o.err = ReadAll(err[0]);
+  close(out[0]);
+  close(err[0]);
+  int status = 0;
+  waitpid(pid, &status, 0);
+  o.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return o;
+}
+
+bool Contains(const std::string& s, const std::string& part) { return s.find(part) != std::string::npos; }
+
+struct Scenario {
+  const char* probe;
+  const char* name;
+  const char* expected_lines;  // each line must appear in stdout
+};
+
+class SearchOrder : public ::testing::TestWithParam<Scenario> {};
+
+TEST_P(SearchOrder, ServedByTheExpectedRuntime) {
+  const Scenario& s = GetParam();
+  Outcome o = RunProbe(s.probe, s.name);
+  ASSERT_EQ(o.exit_code, 0) << o.out << o.err;
+  std::string expected = s.expected_lines;
+  size_t pos = 0;
+  while (pos < expected.size()) {
+    size_t end = expected.find('\n', pos);
+    if (end == std::string::npos) end = expected.size();
+    std::string line = expected.substr(pos, end - pos);
+    EXPECT_TRUE(Contains(o.out, line)) << "missing '" << line << "' in:\n" << o.out;
+    pos = end + 1;
+  }
+  EXPECT_TRUE(Contains(o.out, "status=0 value=9")) << o.out;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Binding, SearchOrder,
+    ::testing::Values(
+        // Found by name among the loaded modules, libkort.so before libkoffrt.so.
+        Scenario{"binding_probe", "kort", "final kort=1 koffrt=0 main=0"},
+        Scenario{"binding_probe", "koffrt", "final kort=0 koffrt=1 main=0"},
+        Scenario{"binding_probe", "both", "final kort=1 koffrt=0 main=0"},
+        // The module given to SetKORTModule comes before the search by name.
+        Scenario{"binding_probe", "module", "final kort=0 koffrt=1 main=0"},
+        // A module switch re-resolves on the next call, and clearing it falls back.
+        Scenario{"binding_probe", "switch",
+                 "first kort=1 koffrt=0 main=0\nsecond kort=1 koffrt=1 main=0\nfinal kort=2 koffrt=1 main=0"},
+        // The thread's TLS slot comes first; an empty slot falls back to the module; a
+        // change of the slot's module re-resolves.
+        Scenario{"binding_probe", "tls",
+                 "slot kort=1 koffrt=0 main=0\nempty-slot kort=1 koffrt=1 main=0\nfinal kort=1 koffrt=2 main=0"},
+        // A main program exporting only "AZNewHandle" is the host, ahead of libkort.so.
+        Scenario{"binding_probe_host", "main", "final kort=0 koffrt=0 main=1"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(Binding, NoHostEndsTheProcess) {
+  Outcome o = RunProbe("binding_probe", "none");
+  EXPECT_EQ(o.exit_code, 1);
+  EXPECT_EQ(o.err, "KORVOV.LIB was not called from a Korvo process.\n");
+  EXPECT_FALSE(Contains(o.out, "status=")) << "the call returned: " << o.out;
+}
+
+TEST(Binding, MissingHostFunctionEndsTheProcess) {
+  Outcome o = RunProbe("binding_probe", "missing");
+  EXPECT_EQ(o.exit_code, 1);
+  EXPECT_EQ(o.err, "KORVOV.LIB could not locate \"NumericArrayResize\".\n");
+  EXPECT_FALSE(Contains(o.out, "status=")) << "the call returned: " << o.out;
+}
+
+}  // namespace
