@@ -16,6 +16,4 @@ cmake --build build-asan -j"$jobs"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   ctest --test-dir build-asan --output-on-failure -j"$jobs"
 
-if [ -x python/run_tests.sh ]; then
-  QUARZ_LINALG_LIBDIR="$PWD/build" python/run_tests.sh
-fi
+python/run_tests.sh build

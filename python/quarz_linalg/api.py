@@ -1,0 +1,182 @@
+"""numpy-style functions over the library's exports.
+
+Each function picks the element type from the dtypes of its inputs (float32 s, float64 d,
+complex64 c, complex128 z; integers compute in float64), copies the inputs into host
+arrays, runs the export, reads the outputs back and frees every handle it made.
+A negative status raises QuarzError; a positive one issues a QuarzWarning.
+"""
+import numpy as np
+
+from ._exports import invoke
+from ._host import letter_of
+
+
+def _letter(*arrays):
+    return letter_of(np.result_type(*[np.asarray(a) for a in arrays]))
+
+
+def _vec(a):
+    a = np.asarray(a)
+    if a.ndim != 1:
+        raise ValueError(f"expected a 1-D array, got shape {a.shape}")
+    return a
+
+
+def _mat(a):
+    a = np.asarray(a)
+    if a.ndim != 2:
+        raise ValueError(f"expected a 2-D array, got shape {a.shape}")
+    return a
+
+
+def _run(name, letter, *args):
+    return invoke(letter + name, *args)[1]
+
+
+# ---- Vectors ---------------------------------------------------------------------
+
+def dot(x, y):
+    """sum(x[i] * conj(y[i])): the second vector is conjugated (np.vdot(y, x))."""
+    x, y = _vec(x), _vec(y)
+    return _run("DotProdH", _letter(x, y), x, y)[0]
+
+
+def norm(x, p=2):
+    """p-norm of a vector for any real p except 0 and NaN, with p = +-inf the largest /
+    smallest modulus. The result is real."""
+    x = _vec(x)
+    return _run("VectorNormH", _letter(x), x, p)[0]
+
+
+def mean(x):
+    x = _vec(x)
+    return _run("MeanH", _letter(x), x)[0]
+
+
+def rms(x):
+    """sqrt(sum |x_i|^2 / n); real for complex vectors."""
+    x = _vec(x)
+    return _run("RMSH", _letter(x), x)[0]
+
+
+# ---- Products ----------------------------------------------------------------------
+
+def matmul(a, b):
+    """Matrix product without conjugation. 2-D @ 2-D, 2-D @ 1-D (matvec) and
+    1-D @ 2-D (vecmat) as in numpy."""
+    a, b = np.asarray(a), np.asarray(b)
+    if a.ndim == 2 and b.ndim == 1:
+        return matvec(a, b)
+    if a.ndim == 1 and b.ndim == 2:
+        return vecmat(a, b)
+    a, b = _mat(a), _mat(b)
+    return _run("MtrxMulH", _letter(a, b), a, b)[0]
+
+
+def matvec(a, x):
+    """A @ x."""
+    a, x = _mat(a), _vec(x)
+    return _run("MtrxVecMulH", _letter(a, x), a, x)[0]
+
+
+def vecmat(x, a):
+    """x @ A (plain transpose, no conjugation)."""
+    x, a = _vec(x), _mat(a)
+    return _run("VecMtrxMulH", _letter(x, a), x, a)[0]
+
+
+def outer(x, y):
+    """M[i, j] = x[i] * y[j] (no conjugation)."""
+    x, y = _vec(x), _vec(y)
+    return _run("OuterProdH", _letter(x, y), x, y)[0]
+
+
+def kron(a, b):
+    """Kronecker product of two matrices; 1-D inputs count as single rows, and two 1-D
+    inputs give a 1-D result, as in numpy."""
+    a, b = np.asarray(a), np.asarray(b)
+    both_1d = a.ndim == 1 and b.ndim == 1
+    a2 = a.reshape(1, -1) if a.ndim == 1 else _mat(a)
+    b2 = b.reshape(1, -1) if b.ndim == 1 else _mat(b)
+    m = _run("KronProdH", _letter(a2, b2), a2, b2)[0]
+    return m.reshape(-1) if both_1d else m
+
+
+def transpose(a):
+    """Transpose; for complex matrices the conjugate (Hermitian) transpose."""
+    a = _mat(a)
+    return _run("TransposeH", _letter(a), a)[0]
+
+
+def trace(a):
+    """Sum of the main diagonal (rectangular matrices allowed)."""
+    a = _mat(a)
+    return _run("TraceH", _letter(a), a)[0]
+
+
+SPECIAL_KINDS = {"identity": 0, "diagonal": 1, "toeplitz": 2, "vandermonde": 3,
+                 "companion": 4, "hankel": 5}
+
+
+def special(kind, x=None, y=None, size=0, dtype=None):
+    """Structured matrix: kind is a name of SPECIAL_KINDS or its number.
+
+    identity: size x size. diagonal: diag(x). toeplitz: first column x, first row
+    x[0], y[1:]. vandermonde: decreasing powers of x. companion: of the polynomial with
+    coefficients x (highest first). hankel: first column x, last row x[-1], y[1:].
+    The element type comes from x and y, else from dtype (default float64)."""
+    code = SPECIAL_KINDS[kind] if isinstance(kind, str) else int(kind)
+    given = [np.asarray(v) for v in (x, y) if v is not None]
+    if dtype is not None:
+        letter = letter_of(dtype)
+    elif given:
+        letter = _letter(*given)
+    else:
+        letter = "d"
+    x = _vec(x) if x is not None else np.zeros(0)
+    y = _vec(y) if y is not None else np.zeros(0)
+    return _run("SpecialMtrxH", letter, code, size, x, y)[0]
+
+
+# ---- Factorizations, determinant, linear equations ------------------------------------
+
+def lu(a):
+    """LU with partial pivoting: (L, U, P, piv) with P @ A = L @ U. P is an int32 0/1
+    matrix, piv the 0-based row interchanges (row i swapped with piv[i], in order).
+    An exact zero pivot issues a QuarzWarning (WarnSingular); the factors are kept."""
+    a = _mat(a)
+    L, U, P, piv = _run("LUH", _letter(a), a)
+    return L, U, P, piv
+
+
+def cholesky(a, lower=True):
+    """Cholesky factor of a symmetric / Hermitian positive definite matrix: L with
+    A = L L^H (lower=True, reads the lower triangle) or U with A = U^H U (reads the upper
+    triangle)."""
+    a = _mat(a)
+    return _run("CholeskyH", _letter(a), a, 0 if lower else 1)[0]
+
+
+MATRIX_KINDS = {"general": 0, "positive_definite": 1, "posdef": 1, "lower": 2, "upper": 3}
+
+
+def _matrix_kind(kind):
+    return MATRIX_KINDS[kind] if isinstance(kind, str) else int(kind)
+
+
+def det(a, kind="general"):
+    """Determinant; kind: general (LU), positive_definite (Cholesky), lower / upper
+    (product of the diagonal), or the number 0 to 3."""
+    a = _mat(a)
+    return _run("DeterminantH", _letter(a), a, _matrix_kind(kind))[0]
+
+
+def solve(a, y, kind="general"):
+    """Solves A x = y for a 1-D y, or A X = Y for a 2-D Y (one right-hand side per
+    column). kind: general, positive_definite (only the lower triangle of A is read; for
+    complex A the kernel works with its plain transpose), lower, upper, or 0 to 3."""
+    a, y = _mat(a), np.asarray(y)
+    letter = _letter(a, y)
+    if y.ndim == 1:
+        return _run("LinEqH", letter, a, y, _matrix_kind(kind))[0]
+    return _run("LinEqSetH", letter, a, _mat(y), _matrix_kind(kind))[0]
