@@ -37,7 +37,9 @@ static int resize_block(struct QuarzArrayBlock** master, int64_t bytes) {
   return 0;
 }
 
-ArrayHandle AZNewHandle(int64_t size) {
+/* Internal calls go to these static versions, so a host program that exports functions
+ * of the same names cannot interpose on the runtime's own allocation. */
+static ArrayHandle new_handle(int64_t size) {
   if (size < 0) return NULL;
   ArrayHandle h = (ArrayHandle)malloc(sizeof *h);
   if (!h) return NULL;
@@ -50,7 +52,7 @@ ArrayHandle AZNewHandle(int64_t size) {
   return h;
 }
 
-void AZDisposeHandle(ArrayHandle handle) {
+static void dispose_handle(ArrayHandle handle) {
   if (!handle) return;
   BlockPrefix* p = prefix_of(*handle);
   if (p) {
@@ -61,7 +63,10 @@ void AZDisposeHandle(ArrayHandle handle) {
   atomic_fetch_sub(&live_handles, 1);
 }
 
-int32_t KortElementSize(int32_t typeCode) {
+ArrayHandle AZNewHandle(int64_t size) { return new_handle(size); }
+void AZDisposeHandle(ArrayHandle handle) { dispose_handle(handle); }
+
+static int32_t element_size(int32_t typeCode) {
   switch (typeCode) {
     case QuarzTypeInt32: case QuarzTypeFloat: return 4;
     case QuarzTypeDouble: case QuarzTypeComplexFloat: return 8;
@@ -70,13 +75,16 @@ int32_t KortElementSize(int32_t typeCode) {
   }
 }
 
-int32_t KortElementOffset(int32_t typeCode, int32_t numDims) {
-  if (KortElementSize(typeCode) < 0) return -1;
+static int32_t element_offset(int32_t typeCode, int32_t numDims) {
+  if (element_size(typeCode) < 0) return -1;
   if (numDims == 2) return 8;
   if (numDims != 1) return -1;
   /* 8-byte scalars (double, and the parts of complex double) start 8-aligned. */
   return (typeCode == QuarzTypeDouble || typeCode == QuarzTypeComplexDouble) ? 8 : 4;
 }
+
+int32_t KortElementSize(int32_t typeCode) { return element_size(typeCode); }
+int32_t KortElementOffset(int32_t typeCode, int32_t numDims) { return element_offset(typeCode, numDims); }
 
 int32_t NumericArrayResize(int32_t typeCode, int32_t numDims, ArrayHandle* handle, int64_t count) {
   atomic_fetch_add(&resize_calls, 1);
@@ -85,12 +93,12 @@ int32_t NumericArrayResize(int32_t typeCode, int32_t numDims, ArrayHandle* handl
   }
   if (armed == 1) return kRefused;
 
-  int32_t offset = KortElementOffset(typeCode, numDims);
-  int32_t size = KortElementSize(typeCode);
+  int32_t offset = element_offset(typeCode, numDims);
+  int32_t size = element_size(typeCode);
   if (!handle || offset < 0 || count < 0 || count > (INT64_MAX - offset) / size) return kRefused;
   int64_t bytes = offset + count * size;
   if (!*handle) {
-    ArrayHandle h = AZNewHandle(bytes);
+    ArrayHandle h = new_handle(bytes);
     if (!h) return kRefused;
     *handle = h;
     return 0;
@@ -103,20 +111,20 @@ void QSort(void* base, int32_t count, int32_t elemSize, int (*compare)(const voi
 }
 
 ArrayHandle KortArrayNew(int32_t typeCode, int32_t numDims, const int32_t* dims) {
-  int32_t offset = KortElementOffset(typeCode, numDims);
+  int32_t offset = element_offset(typeCode, numDims);
   if (offset < 0 || !dims) return NULL;
   int64_t count = 1;
   for (int32_t i = 0; i < numDims; ++i) {
     if (dims[i] < 0) return NULL;
     count *= dims[i];
   }
-  ArrayHandle h = AZNewHandle(offset + count * KortElementSize(typeCode));
+  ArrayHandle h = new_handle(offset + count * element_size(typeCode));
   if (!h) return NULL;
   memcpy(*h, dims, sizeof(int32_t) * (size_t)numDims);
   return h;
 }
 
-void KortArrayFree(ArrayHandle handle) { AZDisposeHandle(handle); }
+void KortArrayFree(ArrayHandle handle) { dispose_handle(handle); }
 
 int32_t KortArrayDim(ArrayHandle handle, int32_t i) {
   if (!handle || !*handle || i < 0 || i > 1) return 0;
@@ -124,7 +132,7 @@ int32_t KortArrayDim(ArrayHandle handle, int32_t i) {
 }
 
 void* KortArrayData(ArrayHandle handle, int32_t typeCode, int32_t numDims) {
-  int32_t offset = KortElementOffset(typeCode, numDims);
+  int32_t offset = element_offset(typeCode, numDims);
   if (!handle || !*handle || offset < 0) return NULL;
   return (char*)*handle + offset;
 }

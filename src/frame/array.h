@@ -66,16 +66,19 @@ Status ResizeVector(ArrayHandle h, int32_t n, T** data = nullptr) {
 }
 
 // Sizes a 2-D output to rows x cols. Refused before the host is asked when
-// ceil(log2 rows) + ceil(log2 cols) >= 31, so rows * cols always fits an int32.
+// ceil(log2 rows) + ceil(log2 cols) >= 31, so rows * cols always fits an int32. A
+// negative size counts as 0 bits in the guard; the element count is the 32-bit product,
+// widened, so a negative count reaches the host, which refuses it.
 template <class T>
 Status ResizeMatrix(ArrayHandle h, int32_t rows, int32_t cols, T** data = nullptr) {
   if (data) *data = nullptr;
-  if (rows < 0 || cols < 0 || CeilLog2(rows) + CeilLog2(cols) >= 31) return StatusOutOfMemory;
+  if (CeilLog2(rows) + CeilLog2(cols) >= 31) return StatusOutOfMemory;
   if (!h) return StatusKernelError;
   int32_t* s = SizesOf(h);
   if (!s || s[0] != rows || s[1] != cols) {
     ArrayHandle local = h;
-    if (HostResize(Elem<T>::kTypeCode, 2, &local, int64_t{rows} * cols) != 0) return StatusOutOfMemory;
+    const int64_t count = static_cast<int32_t>(static_cast<uint32_t>(rows) * static_cast<uint32_t>(cols));
+    if (HostResize(Elem<T>::kTypeCode, 2, &local, count) != 0) return StatusOutOfMemory;
     s = SizesOf(h);
     s[0] = rows;
     s[1] = cols;

@@ -96,7 +96,7 @@ TEST(FrameResize, SizeGuardRefusesBeforeAskingTheHost) {
   struct Case { int32_t rows, cols; };
   // ceil(log2 r) + ceil(log2 c) >= 31 is refused.
   for (Case c : {Case{65536, 65536}, Case{32768, 65536}, Case{65536, 32768}, Case{1 << 30, 2},
-                 Case{1, INT32_MAX}, Case{-1, 1}}) {
+                 Case{1, INT32_MAX}}) {
     int64_t calls = KortResizeCount();
     double* data = reinterpret_cast<double*>(1);
     EXPECT_EQ(ql::ResizeMatrix<double>(h, c.rows, c.cols, &data), StatusOutOfMemory) << c.rows << "x" << c.cols;
