@@ -117,6 +117,68 @@ QUARZ_API int32_t zRMSH(ArrayHandle x, double* result);
 
 /* ---- Matrix products ------------------------------------------------------------ */
 
+/* R = A B (m x k times k x n), complex factors not conjugated. k = 0 with m, n > 0
+ * gives an m x n matrix of NaN; m = 0 or n = 0 an empty m x n result.
+ * -20039 inner sizes differ (checked first), -20004 a negative size, -20001 R too
+ * large (ceil(log2 m) + ceil(log2 n) >= 31) or refused by the host. */
+QUARZ_API int32_t sMtrxMulH(ArrayHandle A, ArrayHandle B, ArrayHandle R);
+QUARZ_API int32_t dMtrxMulH(ArrayHandle A, ArrayHandle B, ArrayHandle R);
+QUARZ_API int32_t cMtrxMulH(ArrayHandle A, ArrayHandle B, ArrayHandle R);
+QUARZ_API int32_t zMtrxMulH(ArrayHandle A, ArrayHandle B, ArrayHandle R);
+
+/* y = A x (x of n elements, y of m) and y = x A (x of m elements, y of n, plain
+ * transpose) for an m x n matrix A. m = 0 or n = 0 gives an empty y.
+ * -20039 length of x does not match (checked first), -20004 a negative size of A,
+ * -20001 y refused by the host. */
+QUARZ_API int32_t sMtrxVecMulH(ArrayHandle A, ArrayHandle x, ArrayHandle y);
+QUARZ_API int32_t dMtrxVecMulH(ArrayHandle A, ArrayHandle x, ArrayHandle y);
+QUARZ_API int32_t cMtrxVecMulH(ArrayHandle A, ArrayHandle x, ArrayHandle y);
+QUARZ_API int32_t zMtrxVecMulH(ArrayHandle A, ArrayHandle x, ArrayHandle y);
+QUARZ_API int32_t sVecMtrxMulH(ArrayHandle x, ArrayHandle A, ArrayHandle y);
+QUARZ_API int32_t dVecMtrxMulH(ArrayHandle x, ArrayHandle A, ArrayHandle y);
+QUARZ_API int32_t cVecMtrxMulH(ArrayHandle x, ArrayHandle A, ArrayHandle y);
+QUARZ_API int32_t zVecMtrxMulH(ArrayHandle x, ArrayHandle A, ArrayHandle y);
+
+/* Outer product M[i][j] = x[i] y[j] and Kronecker product
+ * M[i r + k][j s + l] = A[i][j] B[k][l] (A p x q, B r x s); no conjugation.
+ * -20003 an empty input, -20001 M too large (including p r or q s beyond int32) or
+ * refused by the host. */
+QUARZ_API int32_t sOuterProdH(ArrayHandle x, ArrayHandle y, ArrayHandle M);
+QUARZ_API int32_t dOuterProdH(ArrayHandle x, ArrayHandle y, ArrayHandle M);
+QUARZ_API int32_t cOuterProdH(ArrayHandle x, ArrayHandle y, ArrayHandle M);
+QUARZ_API int32_t zOuterProdH(ArrayHandle x, ArrayHandle y, ArrayHandle M);
+QUARZ_API int32_t sKronProdH(ArrayHandle A, ArrayHandle B, ArrayHandle M);
+QUARZ_API int32_t dKronProdH(ArrayHandle A, ArrayHandle B, ArrayHandle M);
+QUARZ_API int32_t cKronProdH(ArrayHandle A, ArrayHandle B, ArrayHandle M);
+QUARZ_API int32_t zKronProdH(ArrayHandle A, ArrayHandle B, ArrayHandle M);
+
+/* At = transpose of A (n x m for an m x n A); the conjugate transpose for complex
+ * elements, whose imaginary parts become -0.0 - im. At is sized before A is found
+ * empty. -20001 At too large or refused, -20003 A has no rows or no columns. */
+QUARZ_API int32_t sTransposeH(ArrayHandle A, ArrayHandle At);
+QUARZ_API int32_t dTransposeH(ArrayHandle A, ArrayHandle At);
+QUARZ_API int32_t cTransposeH(ArrayHandle A, ArrayHandle At);
+QUARZ_API int32_t zTransposeH(ArrayHandle A, ArrayHandle At);
+
+/* Sum of the main diagonal, A[0][0] + ... + A[k-1][k-1] with k = min(rows, cols).
+ * -20003 A has no rows or no columns (trace NaN). */
+QUARZ_API int32_t sTraceH(ArrayHandle A, float* trace);
+QUARZ_API int32_t dTraceH(ArrayHandle A, double* trace);
+QUARZ_API int32_t cTraceH(ArrayHandle A, QuarzComplexFloat* trace);
+QUARZ_API int32_t zTraceH(ArrayHandle A, QuarzComplexDouble* trace);
+
+/* Special matrix M by type: 0 identity of order `size`; 1 diagonal of x; 2 Toeplitz
+ * with first column x and first row x[0], y[1..]; 3 Vandermonde of x (decreasing
+ * powers, last column ones); 4 companion of the polynomial x (first row -x[j+1]/x[0],
+ * ones below the diagonal, no test of x[0]); 5 Hankel with first column x and last row
+ * x[nx-1], y[1..]. y[0] is never read. -20003 an empty result (-20006 for type 4 with
+ * fewer than two coefficients), -20001 M too large or refused, -20061 type outside
+ * 0..5 (after M was sized; M is then emptied). */
+QUARZ_API int32_t sSpecialMtrxH(int32_t type, int32_t size, ArrayHandle x, ArrayHandle y, ArrayHandle M);
+QUARZ_API int32_t dSpecialMtrxH(int32_t type, int32_t size, ArrayHandle x, ArrayHandle y, ArrayHandle M);
+QUARZ_API int32_t cSpecialMtrxH(int32_t type, int32_t size, ArrayHandle x, ArrayHandle y, ArrayHandle M);
+QUARZ_API int32_t zSpecialMtrxH(int32_t type, int32_t size, ArrayHandle x, ArrayHandle y, ArrayHandle M);
+
 /* ---- Square systems: LU, Cholesky, linear equations, determinant -------------------- */
 
 #ifdef __cplusplus
