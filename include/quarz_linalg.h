@@ -180,6 +180,65 @@ QUARZ_API int32_t cSpecialMtrxH(int32_t type, int32_t size, ArrayHandle x, Array
 QUARZ_API int32_t zSpecialMtrxH(int32_t type, int32_t size, ArrayHandle x, ArrayHandle y, ArrayHandle M);
 
 /* ---- Square systems: LU, Cholesky, linear equations, determinant -------------------- */
+/* LU with partial pivoting of an m x n matrix: P·A = L·U with L m x min(m,n) unit lower
+ * trapezoidal, U min(m,n) x n upper trapezoidal, P the m x m 0/1 permutation (int32) and
+ * pivot the m 0-based row interchanges in order. work and iwork are scratch, emptied on
+ * return. 20003 (warning) exact zero pivot, outputs valid; -20003 empty, -20001 resize
+ * refused, -20999 work handle missing or kernel argument error. */
+QUARZ_API int32_t sLUH(ArrayHandle A, ArrayHandle L, ArrayHandle U, ArrayHandle P, ArrayHandle pivot,
+                          ArrayHandle work, ArrayHandle iwork);
+QUARZ_API int32_t dLUH(ArrayHandle A, ArrayHandle L, ArrayHandle U, ArrayHandle P, ArrayHandle pivot,
+                          ArrayHandle work, ArrayHandle iwork);
+QUARZ_API int32_t cLUH(ArrayHandle A, ArrayHandle L, ArrayHandle U, ArrayHandle P, ArrayHandle pivot,
+                          ArrayHandle work, ArrayHandle iwork);
+QUARZ_API int32_t zLUH(ArrayHandle A, ArrayHandle L, ArrayHandle U, ArrayHandle P, ArrayHandle pivot,
+                          ArrayHandle work, ArrayHandle iwork);
+
+/* Cholesky factor in place: option 0 reads the lower triangle and leaves L (A = L·L^H),
+ * option 1 reads the upper triangle and leaves U (A = U^H·U); the other triangle becomes
+ * zero. -20040 not square, -20003 empty, -20061 bad option, -20071 not positive definite;
+ * on error A is emptied. */
+QUARZ_API int32_t sCholeskyH(ArrayHandle A, int32_t option);
+QUARZ_API int32_t dCholeskyH(ArrayHandle A, int32_t option);
+QUARZ_API int32_t cCholeskyH(ArrayHandle A, int32_t option);
+QUARZ_API int32_t zCholeskyH(ArrayHandle A, int32_t option);
+
+/* Solves A·x = y (LinEqH, y of n elements) or A·X = Y (LinEqSetH, Y n x k). matrixType:
+ * 0 general, 1 positive definite (lower triangle read), 2 lower triangular, 3 upper
+ * triangular (only that triangle read). valueScratch and pivotScratch are scratch,
+ * emptied on return. -20003 empty, -20040 not square, -20002 y does not match, -20061
+ * bad type, -20068 NaN, infinite or +-largest finite input, -20041 singular, -20071 not
+ * positive definite, -20001 resize refused, -20999 scratch missing or kernel error. */
+QUARZ_API int32_t sLinEqH(ArrayHandle A, ArrayHandle y, int32_t matrixType, ArrayHandle x,
+                             ArrayHandle valueScratch, ArrayHandle pivotScratch);
+QUARZ_API int32_t dLinEqH(ArrayHandle A, ArrayHandle y, int32_t matrixType, ArrayHandle x,
+                             ArrayHandle valueScratch, ArrayHandle pivotScratch);
+QUARZ_API int32_t cLinEqH(ArrayHandle A, ArrayHandle y, int32_t matrixType, ArrayHandle x,
+                             ArrayHandle valueScratch, ArrayHandle pivotScratch);
+QUARZ_API int32_t zLinEqH(ArrayHandle A, ArrayHandle y, int32_t matrixType, ArrayHandle x,
+                             ArrayHandle valueScratch, ArrayHandle pivotScratch);
+QUARZ_API int32_t sLinEqSetH(ArrayHandle A, ArrayHandle Y, int32_t matrixType, ArrayHandle X,
+                                ArrayHandle valueScratch, ArrayHandle pivotScratch);
+QUARZ_API int32_t dLinEqSetH(ArrayHandle A, ArrayHandle Y, int32_t matrixType, ArrayHandle X,
+                                ArrayHandle valueScratch, ArrayHandle pivotScratch);
+QUARZ_API int32_t cLinEqSetH(ArrayHandle A, ArrayHandle Y, int32_t matrixType, ArrayHandle X,
+                                ArrayHandle valueScratch, ArrayHandle pivotScratch);
+QUARZ_API int32_t zLinEqSetH(ArrayHandle A, ArrayHandle Y, int32_t matrixType, ArrayHandle X,
+                                ArrayHandle valueScratch, ArrayHandle pivotScratch);
+
+/* Determinant of a square matrix. matrixType: 0 general (LU), 1 positive definite
+ * (Cholesky), 2 upper / 3 lower triangular (diagonal product). Orders 1 and 2 of types 0
+ * and 1 use the closed forms without scratch. An exactly singular general matrix gives 0.
+ * -20003 empty, -20040 not square, -20061 bad type, -20071 not positive definite (order
+ * 3 and up), -20001 resize refused, -20999 work handle missing or kernel error. */
+QUARZ_API int32_t sDeterminantH(ArrayHandle A, int32_t matrixType, float* result, ArrayHandle work,
+                                   ArrayHandle iwork);
+QUARZ_API int32_t dDeterminantH(ArrayHandle A, int32_t matrixType, double* result, ArrayHandle work,
+                                   ArrayHandle iwork);
+QUARZ_API int32_t cDeterminantH(ArrayHandle A, int32_t matrixType, QuarzComplexFloat* result, ArrayHandle work,
+                                   ArrayHandle iwork);
+QUARZ_API int32_t zDeterminantH(ArrayHandle A, int32_t matrixType, QuarzComplexDouble* result, ArrayHandle work,
+                                   ArrayHandle iwork);
 
 #ifdef __cplusplus
 }  /* extern "C" */

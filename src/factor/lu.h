@@ -1,0 +1,98 @@
+// LU factorization with partial pivoting, P·A = L·U, of a general m x n host matrix.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+
+#include "factor/column_major.h"
+#include "frame/array.h"
+#include "kernel/lapack.h"
+
+namespace ql {
+
+// Splits the kernel's packed column-major factor F (leading dimension m, pivots already
+// 0-based) into unit lower trapezoidal L (m x k), upper trapezoidal U (k x n) and the
+// 0/1 permutation P (m x m) with P[i][r] = 1 when row i of P·A is row r of A. w is an
+// int32 scratch of m entries that tracks which original row sits at each position while
+// the interchanges are replayed in order.
+template <class T>
+void AssembleLU(const T* f, int32_t m, int32_t n, const int32_t* piv, T* l, T* u, int32_t* p,
+                int32_t* w) {
+  const int32_t k = std::min(m, n);
+  // One pass over F writes every element of L and U once: below the diagonal goes to L
+  // (and a zero to U), on and above it to U (and a zero or the unit diagonal to L). The
+  // pass is tiled because F is read down its columns while L and U are written by rows.
+  constexpr int32_t B = 16;
+  const int64_t ld = m;
+  for (int32_t i0 = 0; i0 < m; i0 += B) {
+    const int32_t i1 = std::min(i0 + B, m);
+    for (int32_t j0 = 0; j0 < n; j0 += B) {
+      const int32_t j1 = std::min(j0 + B, n);
+      for (int32_t i = i0; i < i1; ++i) {
+        T* lrow = l + int64_t{i} * k;
+        T* urow = u + int64_t{i} * n;
+        const T* fi = f + i;
+        for (int32_t j = j0; j < j1; ++j) {
+          const T v = fi[j * ld];
+          if (j < i) {
+            lrow[j] = v;
+            if (i < k) urow[j] = T(0);
+          } else {
+            urow[j] = v;
+            if (j < k) lrow[j] = T(j == i ? 1 : 0);
+          }
+        }
+      }
+    }
+  }
+  std::memset(p, 0, sizeof(int32_t) * size_t(m) * size_t(m));
+  for (int32_t i = 0; i < m; ++i) w[i] = i;
+  for (int32_t i = 0; i < m; ++i) {
+    const int32_t r = piv[i];
+    p[int64_t{i} * m + w[r]] = 1;
+    if (r != i) w[r] = w[i];
+  }
+}
+
+// The worker behind LUH: copies A column-major into the element work handle, factors it
+// there with getrf (pivots straight into the pivot output), then assembles L, U and P.
+// An exact zero pivot is the warning 20003 with every output filled.
+template <class T>
+Status LUFactorize(const T* a, int32_t m, int32_t n, T* l, T* u, int32_t* p, int32_t* piv,
+                   ArrayHandle work, ArrayHandle iwork) {
+  if (m < 1 || n < 1) return StatusEmptyInput;
+  if (!work || !iwork) return StatusKernelError;
+  T* f;
+  if (Status s = ResizeVector<T>(work, m * n, &f); s != StatusOk) return s;
+  ToColumnMajor(a, m, n, f);
+  const int info = kernel::getrf(m, n, f, m, piv);
+  if (info < 0) return StatusKernelError;
+  const Status result = info > 0 ? Status{WarnSingular} : Status{StatusOk};
+  const int32_t k = std::min(m, n);
+  for (int32_t i = 0; i < k; ++i) piv[i] -= 1;
+  for (int32_t i = k; i < m; ++i) piv[i] = i;
+  int32_t* w;
+  if (Status s = ResizeVector<int32_t>(iwork, m, &w); s != StatusOk) return s;
+  AssembleLU(f, m, n, piv, l, u, p, w);
+  return result;
+}
+
+template <class T>
+Status LUH(ArrayHandle ah, ArrayHandle lh, ArrayHandle uh, ArrayHandle ph, ArrayHandle pivh,
+           ArrayHandle work, ArrayHandle iwork) {
+  const auto a0 = ReadMatrix<T>(ah);
+  const int32_t m = a0.rows, n = a0.cols;
+  if (m < 1 || n < 1) return StatusEmptyInput;
+  const int32_t k = std::min(m, n);
+  T *l, *u;
+  int32_t *p, *piv;
+  if (Status s = ResizeMatrix<T>(lh, m, k, &l); s != StatusOk) return s;
+  if (Status s = ResizeMatrix<T>(uh, k, n, &u); s != StatusOk) return s;
+  if (Status s = ResizeIndexMatrix(ph, m, m, &p); s != StatusOk) return s;
+  if (Status s = ResizeVector<int32_t>(pivh, m, &piv); s != StatusOk) return s;
+  // A is read again: the views stay valid only while no resize touched their handle.
+  return LUFactorize(ReadMatrix<T>(ah).data, m, n, l, u, p, piv, work, iwork);
+}
+
+}  // namespace ql

@@ -1,0 +1,109 @@
+// Square linear systems A·x = y and A·X = Y for general, positive definite and
+// triangular A.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+
+#include "factor/column_major.h"
+#include "frame/array.h"
+#include "kernel/lapack.h"
+
+namespace ql {
+
+// Matrix types of the solvers.
+enum LinEqMatrixType : int32_t {
+  LinEqGeneral = 0,
+  LinEqPositiveDefinite = 1,
+  LinEqLowerTriangular = 2,
+  LinEqUpperTriangular = 3,
+};
+
+// The solver shared by LinEqH, LinEqSetH and other families: A is a row-major n x n
+// array, the k right-hand sides are the columns of the row-major n x k array b, and the
+// n x k solution goes to x (row-major; it may be b itself or A's block). valueScratch
+// receives the column-major copies the kernel works on, pivotScratch the pivots of the
+// general path; the caller's frame empties both.
+template <class T>
+Status LinEqSolve(const T* a, int32_t n, const T* b, int32_t k, int32_t matrixType, T* x,
+                  ArrayHandle valueScratch, ArrayHandle pivotScratch) {
+  if (n < 1 || k < 1) return StatusEmptyInput;
+  if (matrixType < LinEqGeneral || matrixType > LinEqUpperTriangular) return StatusBadOption;
+  const bool triangular = matrixType >= LinEqLowerTriangular;
+  const int64_t nn = int64_t{n} * n, nk = int64_t{n} * k;
+  const bool aOk = triangular ? TriangleAccepted(a, n, matrixType == LinEqLowerTriangular)
+                              : AllAccepted(a, nn);
+  if (!aOk || !AllAccepted(b, nk)) return StatusNotFinite;
+
+  if (!valueScratch) return StatusKernelError;
+  // The scratch holds the matrix copy (not for the triangular paths) and then the
+  // right-hand sides; both sizes must fit the host's int32 element count.
+  const int64_t need = triangular ? nk : nn + nk;
+  if (need > INT32_MAX) return StatusOutOfMemory;
+  T* scratch;
+  if (Status s = ResizeVector<T>(valueScratch, static_cast<int32_t>(need), &scratch); s != StatusOk) return s;
+  T* rhs = triangular ? scratch : scratch + nn;
+  // The right-hand sides go column-major whatever the path (for k = 1 a plain copy).
+  ToColumnMajor(b, n, k, rhs);
+
+  int info;
+  Status positive;
+  switch (matrixType) {
+    case LinEqGeneral: {
+      if (!pivotScratch) return StatusKernelError;
+      int32_t* ipiv;
+      if (Status s = ResizeVector<int32_t>(pivotScratch, n, &ipiv); s != StatusOk) return s;
+      // The kernel must see A itself: pivoting acts on rows.
+      ToColumnMajor(a, n, n, scratch);
+      info = kernel::gesv(n, k, scratch, n, ipiv, rhs, n);
+      positive = StatusSingular;
+      break;
+    }
+    case LinEqPositiveDefinite:
+      // Copied as stored: the kernel sees Aᵀ and its upper triangle is A's lower one.
+      std::memcpy(static_cast<void*>(scratch), a, sizeof(T) * size_t(nn));
+      info = kernel::posv('U', n, k, scratch, n, rhs, n);
+      positive = StatusNotPositiveDefinite;
+      break;
+    default:
+      // A's own block read as Aᵀ: 'U' is the host's lower triangle, and solving with the
+      // transpose of that gives A·X = B.
+      info = kernel::trtrs(matrixType == LinEqLowerTriangular ? 'U' : 'L', 'T', 'N', n, k, a, n, rhs, n);
+      positive = StatusSingular;
+      break;
+  }
+  if (Status s = FromInfo(info, positive); s != StatusOk) return s;
+  ToColumnMajor(rhs, k, n, x);
+  return StatusOk;
+}
+
+template <class T>
+Status LinEqH(ArrayHandle ah, ArrayHandle yh, int32_t matrixType, ArrayHandle xh,
+              ArrayHandle valueScratch, ArrayHandle pivotScratch) {
+  const auto a = ReadMatrix<T>(ah);
+  const int32_t n = a.rows;
+  if (n < 1) return StatusEmptyInput;
+  if (a.cols != n) return StatusNotSquare;
+  if (ReadVector<T>(yh).n != n) return StatusSizeMismatch;
+  T* x;
+  if (Status s = ResizeVector<T>(xh, n, &x); s != StatusOk) return s;
+  return LinEqSolve(ReadMatrix<T>(ah).data, n, ReadVector<T>(yh).data, 1, matrixType, x,
+                    valueScratch, pivotScratch);
+}
+
+template <class T>
+Status LinEqSetH(ArrayHandle ah, ArrayHandle yh, int32_t matrixType, ArrayHandle xh,
+                 ArrayHandle valueScratch, ArrayHandle pivotScratch) {
+  const auto a = ReadMatrix<T>(ah);
+  const auto y = ReadMatrix<T>(yh);
+  const int32_t n = a.rows, k = y.cols;
+  if (n < 1 || k < 1) return StatusEmptyInput;
+  if (a.cols != n) return StatusNotSquare;
+  if (y.rows != n) return StatusSizeMismatch;
+  T* x;
+  if (Status s = ResizeMatrix<T>(xh, n, k, &x); s != StatusOk) return s;
+  return LinEqSolve(ReadMatrix<T>(ah).data, n, ReadMatrix<T>(yh).data, k, matrixType, x,
+                    valueScratch, pivotScratch);
+}
+
+}  // namespace ql
