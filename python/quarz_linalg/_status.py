@@ -30,23 +30,20 @@ def status_name(code):
     return STATUS_NAMES.get(code, f"Status{code}")
 
 
-class QuarzError(Exception):
+class _StatusReport:
+    """The status, its name and the export that returned it, shared by both kinds."""
+
+    def __init__(self, status, export=None):
+        self.status = int(status)
+        self.name = status_name(self.status)
+        self.export = export
+        where = f"{export}: " if export else ""
+        super().__init__(f"{where}{self.name} ({self.status})")
+
+
+class QuarzError(_StatusReport, Exception):
     """A negative status from an export."""
 
-    def __init__(self, status, export=None):
-        self.status = int(status)
-        self.name = status_name(self.status)
-        self.export = export
-        where = f"{export}: " if export else ""
-        super().__init__(f"{where}{self.name} ({self.status})")
 
-
-class QuarzWarning(UserWarning):
+class QuarzWarning(_StatusReport, UserWarning):
     """A positive status: the results are valid, but the input was degenerate."""
-
-    def __init__(self, status, export=None):
-        self.status = int(status)
-        self.name = status_name(self.status)
-        self.export = export
-        where = f"{export}: " if export else ""
-        super().__init__(f"{where}{self.name} ({self.status})")
