@@ -5,57 +5,22 @@
 #include <cmath>
 #include <complex>
 #include <cstdint>
-#include <cstring>
 
 #include "frame/status.h"
 #include "frame/traits.h"
+#include "products/transpose.h"
 
 namespace ql {
-
-namespace layout {
-
-// Elements are moved as raw bytes of a fixed width, so there is one copy routine per
-// width (float and int32 share one; double and complex float another).
-template <size_t W>
-struct Word {
-  unsigned char b[W];
-};
-
-// Tile edge of the blocked copy: the tile's source rows and destination columns stay in
-// L1 together. Kept small for the wide elements because power-of-two row lengths map the
-// strided reads onto few cache sets (measured: 16 beats 32 and 64 for doubles).
-template <size_t W>
-constexpr int32_t kTile = W >= 8 ? 16 : 32;
-
-// dst[j*m + i] = src[i*n + j] for i < m, j < n, tile by tile.
-template <size_t W>
-void TransposeWords(const Word<W>* __restrict src, int32_t m, int32_t n, Word<W>* __restrict dst) {
-  constexpr int32_t B = kTile<W>;
-  const int64_t ld = m;
-  for (int32_t i0 = 0; i0 < m; i0 += B) {
-    const int32_t i1 = i0 + B < m ? i0 + B : m;
-    for (int32_t j0 = 0; j0 < n; j0 += B) {
-      const int32_t j1 = j0 + B < n ? j0 + B : n;
-      for (int32_t j = j0; j < j1; ++j) {
-        Word<W>* d = dst + j * ld;
-        const Word<W>* s = src + j;
-        for (int32_t i = i0; i < i1; ++i) std::memcpy(&d[i], &s[int64_t{i} * n], W);
-      }
-    }
-  }
-}
-
-}  // namespace layout
 
 // Writes dst[j*m + i] = src[i*n + j]: a row-major m x n array becomes a column-major one
 // with leading dimension m. Called with the sizes swapped it turns a column-major result
 // back into row-major. -20003 when either size is below 1.
+// It is the blocked transpose copy of the products family, whose fast path serves the
+// 8-byte elements (double, complex float).
 template <class T>
 Status ToColumnMajor(const T* src, int32_t m, int32_t n, T* dst) {
   if (m < 1 || n < 1) return StatusEmptyInput;
-  using W = layout::Word<sizeof(T)>;
-  static_assert(sizeof(W) == sizeof(T));
-  layout::TransposeWords<sizeof(T)>(reinterpret_cast<const W*>(src), m, n, reinterpret_cast<W*>(dst));
+  TransposeCopy<T>(m, n, src, n, dst, m);
   return StatusOk;
 }
 

@@ -20,30 +20,28 @@ template <class T>
 void AssembleLU(const T* f, int32_t m, int32_t n, const int32_t* piv, T* l, T* u, int32_t* p,
                 int32_t* w) {
   const int32_t k = std::min(m, n);
-  // One pass over F writes every element of L and U once: below the diagonal goes to L
-  // (and a zero to U), on and above it to U (and a zero or the unit diagonal to L). The
-  // pass is tiled because F is read down its columns while L and U are written by rows.
-  constexpr int32_t B = 16;
-  const int64_t ld = m;
-  for (int32_t i0 = 0; i0 < m; i0 += B) {
-    const int32_t i1 = std::min(i0 + B, m);
-    for (int32_t j0 = 0; j0 < n; j0 += B) {
-      const int32_t j1 = std::min(j0 + B, n);
-      for (int32_t i = i0; i < i1; ++i) {
-        T* lrow = l + int64_t{i} * k;
-        T* urow = u + int64_t{i} * n;
-        const T* fi = f + i;
-        for (int32_t j = j0; j < j1; ++j) {
-          const T v = fi[j * ld];
-          if (j < i) {
-            lrow[j] = v;
-            if (i < k) urow[j] = T(0);
-          } else {
-            urow[j] = v;
-            if (j < k) lrow[j] = T(j == i ? 1 : 0);
-          }
-        }
-      }
+  // One of L and U has A's shape (L when m >= n, U when m <= n): the whole factor is
+  // transposed into it with the blocked copy, then each row is split along the diagonal
+  // with contiguous copies and fills.
+  if (m >= n) {
+    TransposeCopy<T>(n, m, f, m, l, n);
+    for (int32_t i = 0; i < k; ++i) {
+      T* lrow = l + int64_t{i} * n;
+      T* urow = u + int64_t{i} * n;
+      std::fill(urow, urow + i, T(0));
+      std::copy(lrow + i, lrow + n, urow + i);
+      lrow[i] = T(1);
+      std::fill(lrow + i + 1, lrow + n, T(0));
+    }
+  } else {
+    TransposeCopy<T>(n, m, f, m, u, n);
+    for (int32_t i = 0; i < m; ++i) {
+      T* lrow = l + int64_t{i} * k;
+      T* urow = u + int64_t{i} * n;
+      std::copy(urow, urow + i, lrow);
+      lrow[i] = T(1);
+      std::fill(lrow + i + 1, lrow + k, T(0));
+      std::fill(urow, urow + i, T(0));
     }
   }
   std::memset(p, 0, sizeof(int32_t) * size_t(m) * size_t(m));
