@@ -11,17 +11,6 @@ template <class T>
 class Products : public ::testing::Test {};
 TYPED_TEST_SUITE(Products, ElementTypes);
 
-using LC = std::complex<long double>;
-template <class T>
-LC Wide(const T& v) {
-  return LC(std::real(v), std::imag(v));
-}
-template <class T>
-T Narrow(const LC& v) {
-  if constexpr (kIsComplex<T>) return T(RealT<T>(v.real()), RealT<T>(v.imag()));
-  else return T(v.real());
-}
-
 // Sizes of a 2-D output, as a pair, for compact expectations.
 template <class T>
 std::pair<int32_t, int32_t> Dims(const HostArray<T>& a) {

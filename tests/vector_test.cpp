@@ -38,11 +38,10 @@ TYPED_TEST(VectorOps, DotProductAgreesWithLongDoubleSum) {
   using T = TypeParam;
   for (int n : {1, 2, 3, 7, 64, 1001}) {
     auto xv = RandomValues<T>(n, 11 + n), yv = RandomValues<T>(n, 97 + n);
-    std::complex<long double> ref = 0;
+    LC ref = 0;
     long double absSum = 0;
     for (int i = 0; i < n; ++i) {
-      std::complex<long double> xi(std::real(xv[i]), std::imag(xv[i]));
-      std::complex<long double> yi(std::real(yv[i]), std::imag(yv[i]));
+      const LC xi = Wide(xv[i]), yi = Wide(yv[i]);
       ref += xi * std::conj(yi);
       absSum += std::abs(xi) * std::abs(yi);
     }
@@ -158,10 +157,10 @@ TYPED_TEST(VectorOps, MeanAndRms) {
   // unrolled loops.
   for (int n : {1, 2, 3, 4, 5, 6, 7, 8, 9, 333}) {
     auto xv = RandomValues<T>(n, 5 * n + 1);
-    std::complex<long double> sum = 0;
+    LC sum = 0;
     long double sq = 0, absSum = 0;
     for (const T& e : xv) {
-      std::complex<long double> el(std::real(e), std::imag(e));
+      const LC el = Wide(e);
       sum += el;
       sq += std::norm(el);
       absSum += std::abs(el);

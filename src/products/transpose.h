@@ -42,21 +42,9 @@ inline T Op(const T& v) {
 // contiguous memory; walking the source with a large stride straight into the
 // destination would touch one cache line per element on the strided side.
 template <bool Conjugate, class T>
-inline void CopyTile(int64_t ni, int64_t nj, const T* __restrict src, int64_t lds, T* __restrict dst,
-                     int64_t ldd) {
+__attribute__((always_inline)) inline void CopyTileSized(int64_t ni, int64_t nj, const T* __restrict src,
+                                                         int64_t lds, T* __restrict dst, int64_t ldd) {
   alignas(64) T buf[kTile * kTile];
-  if (ni == kTile && nj == kTile) {
-    // Fixed trip counts for the full tiles, so the compiler can unroll them.
-    for (int64_t i = 0; i < kTile; ++i) {
-      const T* s = src + i * lds;
-      for (int64_t j = 0; j < kTile; ++j) buf[j * kTile + i] = s[j];
-    }
-    for (int64_t j = 0; j < kTile; ++j) {
-      T* d = dst + j * ldd;
-      for (int64_t i = 0; i < kTile; ++i) d[i] = Op<Conjugate>(buf[j * kTile + i]);
-    }
-    return;
-  }
   for (int64_t i = 0; i < ni; ++i) {
     const T* s = src + i * lds;
     for (int64_t j = 0; j < nj; ++j) buf[j * kTile + i] = s[j];
@@ -64,6 +52,17 @@ inline void CopyTile(int64_t ni, int64_t nj, const T* __restrict src, int64_t ld
   for (int64_t j = 0; j < nj; ++j) {
     T* d = dst + j * ldd;
     for (int64_t i = 0; i < ni; ++i) d[i] = Op<Conjugate>(buf[j * kTile + i]);
+  }
+}
+
+template <bool Conjugate, class T>
+inline void CopyTile(int64_t ni, int64_t nj, const T* __restrict src, int64_t lds, T* __restrict dst,
+                     int64_t ldd) {
+  // Full tiles get constant trip counts, so the compiler can unroll them.
+  if (ni == kTile && nj == kTile) {
+    CopyTileSized<Conjugate>(kTile, kTile, src, lds, dst, ldd);
+  } else {
+    CopyTileSized<Conjugate>(ni, nj, src, lds, dst, ldd);
   }
 }
 

@@ -30,6 +30,14 @@ template <> constexpr int32_t TypeCode<double>() { return QuarzTypeDouble; }
 template <> constexpr int32_t TypeCode<std::complex<float>>() { return QuarzTypeComplexFloat; }
 template <> constexpr int32_t TypeCode<std::complex<double>>() { return QuarzTypeComplexDouble; }
 
+// Long double complex, the working type of the test oracles, and the conversions to it.
+using LC = std::complex<long double>;
+template <class T> LC Wide(const T& v) { return LC(std::real(v), std::imag(v)); }
+template <class T> T Narrow(const LC& v) {
+  if constexpr (kIsComplex<T>) return T(RealT<T>(v.real()), RealT<T>(v.imag()));
+  else return T(v.real());
+}
+
 template <class T> RealT<T> Eps() { return std::numeric_limits<RealT<T>>::epsilon(); }
 template <class T> bool IsNaN(const T& v) {
   if constexpr (kIsComplex<T>) return std::isnan(v.real()) && std::isnan(v.imag());

@@ -12,13 +12,6 @@
 
 namespace qt {
 
-using LC = std::complex<long double>;
-
-template <class T> LC Wide(const T& v) { return LC(std::real(v), std::imag(v)); }
-template <class T> T Narrow(const LC& v) {
-  if constexpr (kIsComplex<T>) return T(RealT<T>(v.real()), RealT<T>(v.imag()));
-  else return T(v.real());
-}
 template <class T> T Conj(const T& v) {
   if constexpr (kIsComplex<T>) return std::conj(v);
   else return v;
