@@ -48,37 +48,39 @@ inline int CeilLog2(int32_t x) {
   return x <= 1 ? 0 : 32 - __builtin_clz(static_cast<uint32_t>(x) - 1u);
 }
 
+// The host counts elements in an int32. Every size is computed in 64 bits and refused
+// here, before the host is asked, when it is negative or does not fit.
+inline bool HostCountFits(int64_t n) { return n >= 0 && n <= INT32_MAX; }
+
 // Sizes a 1-D output to n elements; no host call when it already has n. A null handle
 // cannot receive a block (the host would hand the new handle to our local copy), so it
 // is a missing required handle.
 template <class T>
-Status ResizeVector(ArrayHandle h, int32_t n, T** data = nullptr) {
+Status ResizeVector(ArrayHandle h, int64_t n, T** data = nullptr) {
   if (data) *data = nullptr;
   if (!h) return StatusKernelError;
-  if (n < 0) return StatusOutOfMemory;
+  if (!HostCountFits(n)) return StatusOutOfMemory;
   if (!*h || SizesOf(h)[0] != n) {
     ArrayHandle local = h;
-    if (HostResize(Elem<T>::kTypeCode, 1, &local, n) != 0) return StatusOutOfMemory;
-    SizesOf(h)[0] = n;
+    if (HostResize(Elem<T>::kTypeCode, 1, &local, static_cast<int32_t>(n)) != 0) return StatusOutOfMemory;
+    SizesOf(h)[0] = static_cast<int32_t>(n);
   }
   if (data) *data = ReadVector<T>(h).data;
   return StatusOk;
 }
 
-// Sizes a 2-D output to rows x cols. Refused before the host is asked when
-// ceil(log2 rows) + ceil(log2 cols) >= 31, so rows * cols always fits an int32. A
-// negative size counts as 0 bits in the guard; the element count is the 32-bit product,
-// widened, so a negative count reaches the host, which refuses it.
+// Sizes a 2-D output to rows x cols. Refused before the host is asked when a size is
+// negative or ceil(log2 rows) + ceil(log2 cols) >= 31, so rows * cols always fits an
+// int32.
 template <class T>
 Status ResizeMatrix(ArrayHandle h, int32_t rows, int32_t cols, T** data = nullptr) {
   if (data) *data = nullptr;
-  if (CeilLog2(rows) + CeilLog2(cols) >= 31) return StatusOutOfMemory;
+  if (rows < 0 || cols < 0 || CeilLog2(rows) + CeilLog2(cols) >= 31) return StatusOutOfMemory;
   if (!h) return StatusKernelError;
   int32_t* s = SizesOf(h);
   if (!s || s[0] != rows || s[1] != cols) {
     ArrayHandle local = h;
-    const int64_t count = static_cast<int32_t>(static_cast<uint32_t>(rows) * static_cast<uint32_t>(cols));
-    if (HostResize(Elem<T>::kTypeCode, 2, &local, count) != 0) return StatusOutOfMemory;
+    if (HostResize(Elem<T>::kTypeCode, 2, &local, rows * cols) != 0) return StatusOutOfMemory;
     s = SizesOf(h);
     s[0] = rows;
     s[1] = cols;

@@ -1,12 +1,24 @@
 // The call frame shared by every export.
 //
 // An export runs its operation and then hands the status to the roles of its arguments:
-// outputs are emptied and scalar results set to NaN when the status is negative, work
-// handles are emptied on every return. The roles come from the export list, so no
-// operation writes its own clean-up and none can forget one.
+// outputs are emptied and scalar results set to their failure value when the status is
+// negative, work handles are emptied on every return. The roles come from the export
+// list, so no operation writes its own clean-up and none can forget one.
+//
+// Before the operation runs, the frame looks at which handles were passed twice. Two
+// written handles (outputs, in-place arrays, work) that are the same handle cannot both
+// be honoured: the second resize would move the block under the first one's pointer, so
+// the call is refused with StatusKernelError. An input that is also written is read from
+// a private copy of its block taken before the operation starts, so dTransposeH(A, A)
+// transposes A in effect.
 #pragma once
 
 #include <cstdint>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <type_traits>
+#include <utility>
 
 #include "frame/array.h"
 #include "frame/status.h"
@@ -14,9 +26,13 @@
 
 namespace ql {
 
+// Every role reports the handle it writes (null when it writes none), so the frame can
+// find handles passed twice.
+
 template <class T>
 struct Out1 {
   ArrayHandle h;
+  ArrayHandle Written() const { return h; }
   void Finish(Status s) const {
     if (s < 0) ClearVector<T>(h);
   }
@@ -25,6 +41,7 @@ struct Out1 {
 template <class T>
 struct Out2 {
   ArrayHandle h;
+  ArrayHandle Written() const { return h; }
   void Finish(Status s) const {
     if (s < 0) ClearMatrix<T>(h);
   }
@@ -33,24 +50,98 @@ struct Out2 {
 template <class T>
 struct Work {
   ArrayHandle h;
+  ArrayHandle Written() const { return h; }
   void Finish(Status) const { ClearVector<T>(h); }
 };
 
+// A scalar result: set to `fail` (NaN for floating results) on a negative status.
 template <class T>
 struct ScalarOut {
   T* p;
+  T fail;
+  ArrayHandle Written() const { return nullptr; }
   void Finish(Status s) const {
-    if (s < 0 && p) *p = Elem<T>::NaN();
+    if (s < 0 && p) *p = fail;
   }
 };
 
-// No exception crosses the C boundary: one that escapes an operation (it should not)
-// becomes a kernel error and still goes through the clean-up.
+// An input handle of rank 1 or 2. `h` is the export's own parameter, which the
+// operation reads through the frame's lambda; when that handle is also written, it is
+// pointed at a copy of the block (sizes and elements, as the sizes describe it; a
+// negative size counts as 0).
+template <class T, int Rank>
+struct In {
+  ArrayHandle& h;
+  ArrayHandle Written() const { return nullptr; }
+  void Finish(Status) const {}
+
+  void Snapshot(std::unique_ptr<std::max_align_t[]>& storage, void*& block) const {
+    const int32_t* s = SizesOf(h);
+    if (!s) return;
+    int64_t count = s[0] > 0 ? s[0] : 0;
+    if constexpr (Rank == 2) count *= s[1] > 0 ? s[1] : 0;
+    const int64_t offset = Rank == 2 ? kOffset2D : Elem<T>::kOffset1D;
+    const size_t bytes = static_cast<size_t>(offset + count * int64_t{sizeof(T)});
+    storage.reset(new std::max_align_t[(bytes + sizeof(std::max_align_t) - 1) / sizeof(std::max_align_t)]);
+    block = storage.get();
+    std::memcpy(block, s, bytes);
+    h = reinterpret_cast<ArrayHandle>(&block);
+  }
+};
+
+template <class T>
+struct IsInRole : std::false_type {};
+template <class T, int Rank>
+struct IsInRole<In<T, Rank>> : std::true_type {};
+
+namespace frame {
+
+template <class... Roles>
+Status CheckSharing(const Roles&... roles) {
+  const ArrayHandle written[] = {roles.Written()..., nullptr};
+  constexpr size_t n = sizeof...(Roles);
+  for (size_t i = 0; i < n; ++i) {
+    for (size_t j = i + 1; j < n && written[i]; ++j) {
+      if (written[i] == written[j]) return StatusKernelError;
+    }
+  }
+  return StatusOk;
+}
+
+inline bool IsWritten(ArrayHandle h, const ArrayHandle* written, size_t n) {
+  for (size_t i = 0; i < n; ++i) {
+    if (written[i] == h) return true;
+  }
+  return false;
+}
+
+}  // namespace frame
+
+// Runs an export's operation inside the frame. No exception crosses the C boundary: a
+// failed allocation of our own is StatusOutOfMemory, anything else that escapes (it
+// should not) a kernel error; both still go through the clean-up.
 template <class Op, class... Roles>
-inline Status RunExport(Op&& op, const Roles&... roles) noexcept {
+inline Status RunExport(Op&& op, Roles&&... roles) noexcept {
+  constexpr size_t n = sizeof...(Roles);
+  std::unique_ptr<std::max_align_t[]> copies[n + 1];
+  void* blocks[n + 1] = {};
   Status s;
   try {
-    s = op();
+    s = frame::CheckSharing(roles...);
+    if (s == StatusOk) {
+      const ArrayHandle written[] = {roles.Written()..., nullptr};
+      size_t k = 0;
+      auto snapshot = [&](auto& role) {
+        if constexpr (IsInRole<std::decay_t<decltype(role)>>::value) {
+          if (role.h && frame::IsWritten(role.h, written, n)) role.Snapshot(copies[k], blocks[k]);
+        }
+        ++k;
+      };
+      (snapshot(roles), ...);
+      s = op();
+    }
+  } catch (const std::bad_alloc&) {
+    s = StatusOutOfMemory;
   } catch (...) {
     s = StatusKernelError;
   }

@@ -3,6 +3,7 @@
 
 #include <complex>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <type_traits>
 
@@ -25,6 +26,17 @@ struct RealOfT<std::complex<R>> {
 };
 template <class T>
 using RealOf = typename RealOfT<T>::type;
+
+template <class T>
+struct ComplexOfT {
+  using type = std::complex<T>;
+};
+template <class R>
+struct ComplexOfT<std::complex<R>> {
+  using type = std::complex<R>;
+};
+template <class T>
+using ComplexOf = typename ComplexOfT<T>::type;
 
 template <class T>
 struct Elem;
@@ -82,6 +94,18 @@ template <class T>
 inline T* AsElem(CElem<T>* p) {
   static_assert(sizeof(CElem<T>) == sizeof(T) && alignof(CElem<T>) == alignof(T));
   return reinterpret_cast<T*>(p);
+}
+template <class T>
+inline const T* AsElem(const CElem<T>* p) {
+  return reinterpret_cast<const T*>(p);
+}
+
+// An element passed by value in the C type of the header.
+template <class T>
+inline T FromC(const CElem<T>& v) {
+  T out;
+  std::memcpy(static_cast<void*>(&out), &v, sizeof out);
+  return out;
 }
 
 }  // namespace ql
