@@ -1,0 +1,528 @@
+// The contract every export keeps, driven by the export list: statuses in their check
+// order, outputs emptied and scalar results set to their failure value after an error,
+// work handles empty after every return, inputs left as they were, handles passed twice,
+// sizes too large for the host, every refused host resize, and no host memory left
+// behind. Numerical values are the oracle suite's business, not this file's.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <complex>
+#include <cstdio>
+#include <cstdlib>
+#include <iterator>
+#include <cstring>
+#include <limits>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "kort.h"
+#include "support/export_table.h"
+
+namespace qt {
+namespace {
+
+using C = std::complex<double>;
+
+bool IsSingle(int32_t code) { return code == QuarzTypeFloat || code == QuarzTypeComplexFloat; }
+
+// One element token of a spec: a number, nan, inf, big (the largest finite value of the
+// element's real type), below (the value just under it), each optionally negative, and a
+// trailing j for an imaginary part.
+C Token(std::string t, int32_t code) {
+  const bool imag = !t.empty() && t.back() == 'j';
+  if (imag) t.pop_back();
+  const bool neg = !t.empty() && t[0] == '-';
+  const std::string w = neg ? t.substr(1) : t;
+  const double big = IsSingle(code) ? double(std::numeric_limits<float>::max()) : std::numeric_limits<double>::max();
+  double v = w == "nan" ? std::nan("") : w == "inf" ? HUGE_VAL : w == "big" ? big
+           : w == "below" ? (IsSingle(code) ? double(std::nextafter(float(big), 0.0f)) : std::nextafter(big, 0.0))
+           : std::strtod(w.c_str(), nullptr);
+  if (neg) v = -v;
+  return imag ? C(0, v) : C(v, 0);
+}
+
+void Put(void* data, int32_t code, int64_t i, C v) {
+  switch (code) {
+    case QuarzTypeInt32: static_cast<int32_t*>(data)[i] = int32_t(v.real()); break;
+    case QuarzTypeFloat: static_cast<float*>(data)[i] = float(v.real()); break;
+    case QuarzTypeDouble: static_cast<double*>(data)[i] = v.real(); break;
+    case QuarzTypeComplexFloat: static_cast<std::complex<float>*>(data)[i] = std::complex<float>(v); break;
+    case QuarzTypeComplexDouble: static_cast<C*>(data)[i] = v; break;
+  }
+}
+
+// Named fills of an r x c block: hpd (diagonally dominant Hermitian), rand, sing (rank
+// one, singular in exact arithmetic and for LU), indef (symmetric indefinite), zero.
+C Fill(const std::string& kind, int64_t i, int64_t j) {
+  if (kind == "hpd") return i == j ? C(8, 0) : C(1.0 / double(1 + i + j), 0.1 * double(j - i));
+  if (kind == "sing") return C(double((i + 1) * (j + 1)), 0);
+  if (kind == "indef") return C(i == j ? 1 : 2, 0);
+  if (kind == "zero") return C(0, 0);
+  const uint64_t s = (uint64_t(i) * 2654435761u + uint64_t(j) * 40503u + 17) % 1000;
+  return C(double(s) / 500.0 - 1.0, double((s * 7) % 1000) / 1000.0 - 0.5);
+}
+
+std::map<std::string, std::string> ParseSpec(const std::string& spec) {
+  std::map<std::string, std::string> out;
+  std::istringstream in(spec);
+  std::string item;
+  while (in >> item) {
+    const size_t eq = item.find('=');
+    out[item.substr(0, eq)] = item.substr(eq + 1);
+  }
+  return out;
+}
+
+int64_t LiveHandles() { return KortLiveHandles(); }
+int64_t LiveBytes() { return KortLiveBytes(); }
+
+// One call of an export with every argument built from a spec ("A=3x3:sing y=null
+// matrixType=2 x=@A"); arguments the spec does not name get valid defaults, and output
+// and work handles arrive holding stale data, as a host's arrays may.
+class Call {
+ public:
+  Call(const ExportEntry& e, const std::string& spec) : e_(e), slots_(size_t(e.nargs)) {
+    const auto given = ParseSpec(spec);
+    for (int k = 0; k < e.nargs; ++k) {
+      const auto it = given.find(e.args[k].name);
+      Make(k, it != given.end() ? it->second : Default(e.args[k]));
+    }
+    for (auto& s : slots_) {
+      if (!s.alias.empty()) s.v.h = slots_[size_t(Index(s.alias))].v.h;
+    }
+    for (size_t k = 0; k < slots_.size(); ++k) {
+      if (e_.args[k].role == Role::In && !slots_[k].claimed && !SharedWithWritten(k)) slots_[k].before = Bytes(slots_[k].v.h, e_.args[k]);
+    }
+  }
+  ~Call() {
+    for (auto& s : slots_) {
+      if (s.alias.empty() && IsHandle(s.role)) KortArrayFree(s.v.h);
+    }
+  }
+  Call(const Call&) = delete;
+  Call& operator=(const Call&) = delete;
+
+  int32_t Run() {
+    std::vector<ArgValue> v;
+    for (auto& s : slots_) v.push_back(s.v);
+    return status_ = e_.call(v.data());
+  }
+
+  // What the frame promises after any return with the status of the last Run.
+  void ExpectContract() const {
+    for (size_t k = 0; k < slots_.size(); ++k) {
+      const ArgSpec& a = e_.args[k];
+      const Slot& s = slots_[k];
+      SCOPED_TRACE(a.name);
+      if (IsHandle(a.role) && s.v.h) {
+        const bool emptied = KortArrayDim(s.v.h, 0) == 0 && (a.rank == 1 || KortArrayDim(s.v.h, 1) == 0);
+        if (a.role == Role::Work || (status_ < 0 && IsWritten(a.role))) {
+          EXPECT_TRUE(emptied) << "not emptied";
+        }
+        if (!s.before.empty()) {
+          EXPECT_EQ(Bytes(s.v.h, a), s.before) << "input changed";
+        }
+      }
+      if (status_ >= 0 || !s.v.p) continue;
+      if (a.role == Role::ElemOut || a.role == Role::RealOut) {
+        const bool single = IsSingle(a.code), complex = a.role == Role::ElemOut && a.code >= QuarzTypeComplexFloat;
+        for (int part = 0; part < (complex ? 2 : 1); ++part) {
+          EXPECT_TRUE(single ? std::isnan(static_cast<const float*>(s.v.p)[part]) : std::isnan(static_cast<const double*>(s.v.p)[part]))
+              << "not NaN";
+        }
+      } else if (a.role == Role::IntOut) {
+        EXPECT_EQ(*static_cast<const int32_t*>(s.v.p), a.fail);
+      }
+    }
+  }
+
+  // Sizes and elements of argument `name`, for comparing two calls.
+  std::vector<unsigned char> Output(int k) const { return Bytes(slots_[size_t(k)].v.h, e_.args[k]); }
+
+ private:
+  struct Slot {
+    Role role;
+    ArgValue v{};
+    unsigned char scalar[16];
+    std::string alias;
+    bool claimed = false;
+    std::vector<unsigned char> before;
+  };
+
+  int Index(const std::string& name) const {
+    for (int k = 0; k < e_.nargs; ++k) {
+      if (name == e_.args[k].name) return k;
+    }
+    ADD_FAILURE() << "no argument " << name;
+    return 0;
+  }
+
+  bool SharedWithWritten(size_t k) const {
+    for (size_t j = 0; j < slots_.size(); ++j) {
+      if (j != k && slots_[j].v.h == slots_[k].v.h && IsWritten(e_.args[j].role)) return true;
+    }
+    return false;
+  }
+
+  static std::string Default(const ArgSpec& a) {
+    switch (a.role) {
+      case Role::In:
+      case Role::Inout: return a.rank == 2 ? "4x4:hpd" : "4:rand";
+      case Role::Out:
+      case Role::Work: return a.rank == 2 ? "2x2:rand" : "2:rand";
+      case Role::Ignored:
+      case Role::Module: return "null";
+      case Role::Int: return a.option >= 0 ? std::to_string(kOptionTables[a.option].values[0]) : "4";
+      case Role::Real: return "2";
+      default: return "1";
+    }
+  }
+
+  static std::vector<unsigned char> Bytes(ArrayHandle h, const ArgSpec& a) {
+    if (!h || !*h) return {};
+    int64_t count = std::max(KortArrayDim(h, 0), 0);
+    if (a.rank == 2) count *= std::max(KortArrayDim(h, 1), 0);
+    // The sizes, then the elements; not the padding of a 1-D block, which nobody writes.
+    const auto* p = reinterpret_cast<const unsigned char*>(*h);
+    std::vector<unsigned char> out(p, p + 4 * a.rank);
+    p += KortElementOffset(a.code, a.rank);
+    out.insert(out.end(), p, p + count * KortElementSize(a.code));
+    return out;
+  }
+
+  void Make(int k, const std::string& v) {
+    const ArgSpec& a = e_.args[k];
+    Slot& s = slots_[size_t(k)];
+    s.role = a.role;
+    std::memset(s.scalar, 0x55, sizeof s.scalar);
+    if (v == "null") return;
+    if (!IsHandle(a.role)) {
+      if (a.role == Role::Int) s.v.i = int32_t(std::strtoll(v.c_str(), nullptr, 10));
+      else if (a.role == Role::Uint) s.v.u = uint32_t(std::strtoul(v.c_str(), nullptr, 10));
+      else if (a.role == Role::Real) s.v.r = Token(v, a.code).real();
+      else s.v.p = s.scalar;
+      if (a.role == Role::Elem || a.role == Role::ElemIn || a.role == Role::RealIn) Put(s.scalar, a.code, 0, Token(v, a.code));
+      return;
+    }
+    if (v[0] == '@') {
+      s.alias = v.substr(1);
+      return;
+    }
+    // Sizes "r", "rxc", an explicit "[a,b;c,d]", or "!rxc": sizes claimed over a 1-element block.
+    std::vector<std::vector<std::string>> rows;
+    int32_t dims[2] = {0, 1};
+    std::string fill = "rand";
+    if (v[0] == '[') {
+      std::stringstream in(v.substr(1, v.size() - 2));
+      std::string row, item;
+      while (std::getline(in, row, ';')) {
+        rows.emplace_back();
+        std::stringstream r(row);
+        while (std::getline(r, item, ',')) rows.back().push_back(item);
+      }
+      dims[0] = int32_t(a.rank == 2 ? rows.size() : rows[0].size());
+      dims[1] = int32_t(a.rank == 2 ? rows[0].size() : 1);
+    } else {
+      s.claimed = v[0] == '!';
+      const std::string shape = v.substr(s.claimed, v.find(':') - s.claimed);
+      if (v.find(':') != std::string::npos) fill = v.substr(v.find(':') + 1);
+      dims[0] = int32_t(std::strtol(shape.c_str(), nullptr, 10));
+      if (a.rank == 2) dims[1] = int32_t(std::strtol(shape.c_str() + shape.find('x') + 1, nullptr, 10));
+    }
+    const int32_t stored[2] = {s.claimed ? 1 : std::max(dims[0], 0), s.claimed ? 1 : std::max(dims[1], 0)};
+    s.v.h = KortArrayNew(a.code, a.rank, stored);
+    void* data = KortArrayData(s.v.h, a.code, a.rank);
+    for (int64_t i = 0; i < stored[0]; ++i) {
+      for (int64_t j = 0; j < (a.rank == 2 ? stored[1] : 1); ++j) {
+        const C x = rows.empty() ? Fill(fill, i, j) : Token(a.rank == 2 ? rows[size_t(i)][size_t(j)] : rows[0][size_t(i)], a.code);
+        Put(data, a.code, i * (a.rank == 2 ? stored[1] : 1) + j, x);
+      }
+    }
+    std::memcpy(*s.v.h, dims, sizeof(int32_t) * size_t(a.rank));
+  }
+
+  const ExportEntry& e_;
+  std::vector<Slot> slots_;
+  int32_t status_ = 0;
+};
+
+// Runs `body` on a fresh call of every export of the list and checks the host holds no
+// more handles or bytes afterwards.
+template <class Body>
+void ForEachExport(Body body) {
+  for (const ExportEntry& e : kExportTable) {
+    SCOPED_TRACE(e.name);
+    const int64_t handles = LiveHandles(), bytes = LiveBytes();
+    body(e);
+    EXPECT_EQ(LiveHandles(), handles);
+    EXPECT_EQ(LiveBytes(), bytes);
+  }
+}
+
+TEST(Contract, EveryExportAcceptsValidInput) {
+  ForEachExport([](const ExportEntry& e) {
+    Call c(e, "");
+    EXPECT_GE(c.Run(), 0);
+    c.ExpectContract();
+  });
+}
+
+TEST(Contract, MissingOutputsWorkHandlesAndResultPointers) {
+  ForEachExport([](const ExportEntry& e) {
+    for (int k = 0; k < e.nargs; ++k) {
+      const Role r = e.args[k].role;
+      if (!IsWritten(r) && r != Role::ElemOut && r != Role::RealOut && r != Role::IntOut) continue;
+      SCOPED_TRACE(e.args[k].name);
+      Call c(e, std::string(e.args[k].name) + "=null");
+      const int32_t s = c.Run();
+      // An in-place array that is missing reads as empty; anything else the operation
+      // has to write is a missing required handle.
+      if (r == Role::Inout) {
+        EXPECT_LT(s, 0);
+      } else {
+        EXPECT_EQ(s, StatusKernelError);
+      }
+      c.ExpectContract();
+    }
+  });
+}
+
+TEST(Contract, OptionsOutsideTheirTable) {
+  ForEachExport([](const ExportEntry& e) {
+    for (int k = 0; k < e.nargs; ++k) {
+      if (e.args[k].option < 0) continue;
+      const OptionTable& t = kOptionTables[e.args[k].option];
+      for (int32_t bad : {t.values[t.count - 1] + 1, t.values[0] - 1}) {
+        SCOPED_TRACE(std::string(e.args[k].name) + "=" + std::to_string(bad));
+        Call c(e, std::string(e.args[k].name) + "=" + std::to_string(bad));
+        EXPECT_EQ(c.Run(), StatusBadOption);
+        c.ExpectContract();
+      }
+    }
+  });
+}
+
+TEST(Contract, HandlesPassedTwice) {
+  ForEachExport([](const ExportEntry& e) {
+    Call clean(e, "");
+    const int32_t expected = clean.Run();
+    for (int j = 0; j < e.nargs; ++j) {
+      if (!IsWritten(e.args[j].role)) continue;
+      for (int i = 0; i < e.nargs; ++i) {
+        const Role r = e.args[i].role;
+        if (i == j || !(r == Role::In || (IsWritten(r) && i < j))) continue;
+        SCOPED_TRACE(std::string(e.args[j].name) + "=@" + e.args[i].name);
+        Call c(e, std::string(e.args[j].name) + "=@" + e.args[i].name);
+        const int32_t s = c.Run();
+        c.ExpectContract();
+        if (r != Role::In) {
+          EXPECT_EQ(s, StatusKernelError);  // two written handles cannot share a block
+        } else {
+          // The input is read from a copy: the same status, and an output of the same
+          // type holds what it holds without the sharing.
+          EXPECT_EQ(s, expected);
+          if (e.args[j].role != Role::Work && e.args[j].code == e.args[i].code) {
+            EXPECT_EQ(c.Output(j), clean.Output(j));
+          }
+        }
+      }
+    }
+  });
+}
+
+TEST(Contract, EveryRefusedResize) {
+  int64_t refused = 0;
+  ForEachExport([&](const ExportEntry& e) {
+    Call clean(e, "");
+    const int64_t before = KortResizeCount();
+    const int32_t expected = clean.Run();
+    const int64_t total = KortResizeCount() - before;
+    for (int64_t k = 1; k <= total; ++k) {
+      SCOPED_TRACE("refused resize " + std::to_string(k));
+      ++refused;
+      Call c(e, "");
+      KortFailResizeAt(k);
+      const int64_t start = KortResizeCount();
+      const int32_t s = c.Run();
+      const bool reached = KortResizeCount() - start >= k;
+      KortFailResizeAt(0);
+      EXPECT_TRUE(reached);
+      c.ExpectContract();
+      // A refused resize is StatusOutOfMemory, unless only the final emptying of a work
+      // handle was refused: then the call stands with the same results.
+      if (s != expected) {
+        EXPECT_EQ(s, StatusOutOfMemory);
+        continue;
+      }
+      for (int j = 0; j < e.nargs; ++j) {
+        if (e.args[j].role == Role::Out || e.args[j].role == Role::Inout) {
+          EXPECT_EQ(c.Output(j), clean.Output(j)) << e.args[j].name;
+        }
+      }
+    }
+  });
+  // Every export with an array output sizes it through the host at least once.
+  EXPECT_GE(refused, int64_t{std::size(kExportTable)} / 2);
+  std::printf("refused %lld host resizes over %zu exports\n", static_cast<long long>(refused), std::size(kExportTable));
+}
+
+// Statuses of the families in their check order: the first failing check decides. A row
+// names the operation, the letters it applies to (null: all), the arguments that differ
+// from the valid defaults, and the status. "!rxc" claims sizes over a one-element block:
+// the check order must reach a size refusal before anything reads the elements.
+struct Row {
+  const char* op;
+  const char* letters;
+  const char* args;
+  int32_t status;
+};
+
+const Row kRows[] = {
+    {"DotProdH", nullptr, "x=3 y=0", StatusSizeMismatch},
+    {"DotProdH", nullptr, "x=0 y=1", StatusSizeMismatch},
+    {"DotProdH", nullptr, "x=0 y=0", StatusEmptyInput},
+    {"DotProdH", nullptr, "x=null y=null", StatusEmptyInput},
+    {"VectorNormH", nullptr, "x=0 p=nan", StatusEmptyInput},
+    {"VectorNormH", nullptr, "x=1 p=nan", StatusNormParamNaN},
+    {"VectorNormH", nullptr, "x=1 p=0", StatusZeroParameter},
+    {"VectorNormH", nullptr, "x=1 p=-0", StatusZeroParameter},
+    {"MeanH", nullptr, "x=0", StatusEmptyInput},
+    {"RMSH", nullptr, "x=0", StatusEmptyInput},
+
+    {"MtrxMulH", nullptr, "A=2x3 B=2x3", StatusInnerDimMismatch},
+    {"MtrxMulH", nullptr, "A=2x-1 B=3x2", StatusInnerDimMismatch},
+    {"MtrxMulH", nullptr, "A=-2x3 B=4x2", StatusInnerDimMismatch},
+    {"MtrxMulH", nullptr, "A=-2x3 B=3x2", StatusBadDimension},
+    {"MtrxMulH", nullptr, "A=2x-1 B=-1x2", StatusBadDimension},
+    {"MtrxMulH", nullptr, "A=2x3 B=3x-4", StatusBadDimension},
+    {"MtrxMulH", nullptr, "A=!65536x2 B=!2x65536", StatusOutOfMemory},
+    {"MtrxMulH", nullptr, "A=!32768x2 B=!2x65536", StatusOutOfMemory},
+    {"MtrxVecMulH", nullptr, "A=2x-3 x=0", StatusInnerDimMismatch},
+    {"MtrxVecMulH", nullptr, "A=2x-3 x=2", StatusInnerDimMismatch},
+    {"MtrxVecMulH", nullptr, "A=-2x3 x=3", StatusBadDimension},
+    {"VecMtrxMulH", nullptr, "A=2x-3 x=0", StatusInnerDimMismatch},
+    {"VecMtrxMulH", nullptr, "A=2x-3 x=2", StatusBadDimension},
+    {"VecMtrxMulH", nullptr, "A=-2x3 x=3", StatusInnerDimMismatch},
+    {"OuterProdH", nullptr, "x=0 y=1", StatusEmptyInput},
+    {"OuterProdH", nullptr, "x=1 y=0", StatusEmptyInput},
+    {"OuterProdH", nullptr, "x=!65536 y=!65536", StatusOutOfMemory},
+    {"OuterProdH", nullptr, "x=!32768 y=!65536", StatusOutOfMemory},
+    {"KronProdH", nullptr, "A=0x2 B=1x1", StatusEmptyInput},
+    {"KronProdH", nullptr, "A=1x1 B=1x0", StatusEmptyInput},
+    {"KronProdH", nullptr, "A=-1x1 B=1x1", StatusEmptyInput},
+    {"KronProdH", nullptr, "A=!65536x1 B=!65536x1", StatusOutOfMemory},
+    {"KronProdH", nullptr, "A=!32768x1 B=!65536x1", StatusOutOfMemory},
+    {"KronProdH", nullptr, "A=!256x256 B=!256x256", StatusOutOfMemory},
+    {"TransposeH", nullptr, "A=0x4", StatusEmptyInput},
+    {"TransposeH", nullptr, "A=4x0", StatusEmptyInput},
+    {"TransposeH", nullptr, "A=-1x3", StatusOutOfMemory},
+    {"TransposeH", nullptr, "A=!65536x65536", StatusOutOfMemory},
+    {"TransposeH", nullptr, "A=!32768x65536", StatusOutOfMemory},
+    {"TraceH", nullptr, "A=0x0", StatusEmptyInput},
+    {"TraceH", nullptr, "A=3x0", StatusEmptyInput},
+    {"SpecialMtrxH", nullptr, "type=0 size=0 x=3 y=3", StatusEmptyInput},
+    {"SpecialMtrxH", nullptr, "type=0 size=-2 x=3 y=3", StatusEmptyInput},
+    {"SpecialMtrxH", nullptr, "type=1 size=5 x=0 y=3", StatusEmptyInput},
+    {"SpecialMtrxH", nullptr, "type=2 size=5 x=3 y=0", StatusEmptyInput},
+    {"SpecialMtrxH", nullptr, "type=2 size=5 x=0 y=3", StatusEmptyInput},
+    {"SpecialMtrxH", nullptr, "type=3 size=5 x=0 y=0", StatusEmptyInput},
+    {"SpecialMtrxH", nullptr, "type=4 size=5 x=1 y=0", StatusParameterTooSmall},
+    {"SpecialMtrxH", nullptr, "type=4 size=5 x=0 y=0", StatusParameterTooSmall},
+    {"SpecialMtrxH", nullptr, "type=5 size=5 x=3 y=0", StatusEmptyInput},
+    {"SpecialMtrxH", nullptr, "type=6 size=0 x=3 y=3", StatusEmptyInput},
+    {"SpecialMtrxH", nullptr, "type=0 size=65536 x=0 y=0", StatusOutOfMemory},
+    {"SpecialMtrxH", nullptr, "type=6 size=65536 x=0 y=0", StatusOutOfMemory},
+    {"SpecialMtrxH", nullptr, "type=-2147483648 size=1 x=0 y=0", StatusBadOption},
+
+    {"LUH", nullptr, "A=0x3", StatusEmptyInput},
+    {"LUH", nullptr, "A=3x0", StatusEmptyInput},
+    {"LUH", nullptr, "A=null", StatusEmptyInput},
+    {"LUH", nullptr, "A=4x4:sing", WarnSingular},
+    {"LUH", nullptr, "A=!50000x50000", StatusOutOfMemory},
+    {"CholeskyH", nullptr, "A=0x3", StatusNotSquare},
+    {"CholeskyH", nullptr, "A=3x0", StatusNotSquare},
+    {"CholeskyH", nullptr, "A=2x3 option=7", StatusNotSquare},
+    {"CholeskyH", nullptr, "A=0x0 option=5", StatusEmptyInput},
+    {"CholeskyH", nullptr, "A=[4] option=2", StatusBadOption},
+    {"CholeskyH", nullptr, "A=[0]", StatusNotPositiveDefinite},
+    {"CholeskyH", nullptr, "A=[-1] option=1", StatusNotPositiveDefinite},
+    {"CholeskyH", nullptr, "A=3x3:indef", StatusNotPositiveDefinite},
+    {"CholeskyH", nullptr, "A=3x3:indef option=1", StatusNotPositiveDefinite},
+    {"CholeskyH", nullptr, "A=[1,0;5,1]", StatusNotPositiveDefinite},  // reads the lower triangle
+    {"CholeskyH", nullptr, "A=[1,5;0,1] option=1", StatusNotPositiveDefinite},
+
+    {"LinEqH", nullptr, "A=0x0 y=0", StatusEmptyInput},
+    {"LinEqH", nullptr, "A=0x0 y=3 matrixType=9", StatusEmptyInput},
+    {"LinEqH", nullptr, "A=0x3 y=0", StatusEmptyInput},
+    {"LinEqH", nullptr, "A=2x3 y=2", StatusNotSquare},
+    {"LinEqH", nullptr, "A=2x3 y=0 matrixType=9", StatusNotSquare},
+    {"LinEqH", nullptr, "A=2x2 y=1", StatusSizeMismatch},
+    {"LinEqH", nullptr, "A=2x2 y=3 matrixType=9", StatusSizeMismatch},
+    {"LinEqH", nullptr, "A=[nan,0;0,1] y=2 matrixType=4", StatusBadOption},
+    {"LinEqH", nullptr, "A=[1,nan;0,1] y=2", StatusNotFinite},
+    {"LinEqH", nullptr, "A=[1,0;inf,1] y=2 matrixType=1", StatusNotFinite},
+    {"LinEqH", nullptr, "A=2x2:hpd y=[1,-inf]", StatusNotFinite},
+    {"LinEqH", nullptr, "A=2x2:hpd y=[nan,1] matrixType=3", StatusNotFinite},
+    {"LinEqH", nullptr, "A=[big,0;0,1] y=2", StatusNotFinite},
+    {"LinEqH", nullptr, "A=[1,0;0,-big] y=2 matrixType=2", StatusNotFinite},
+    {"LinEqH", nullptr, "A=2x2:hpd y=[1,big]", StatusNotFinite},
+    {"LinEqH", nullptr, "A=[below] y=[below] matrixType=2", StatusOk},
+    {"LinEqH", nullptr, "A=[2,nan;0,2] y=2 matrixType=1", StatusNotFinite},  // scans the unread triangle
+    {"LinEqH", nullptr, "A=[2,nan;1,2] y=2 matrixType=2", StatusOk},
+    {"LinEqH", nullptr, "A=[2,0;nan,2] y=2 matrixType=2", StatusNotFinite},
+    {"LinEqH", nullptr, "A=[2,0;1,nan] y=2 matrixType=2", StatusNotFinite},
+    {"LinEqH", nullptr, "A=[2,1;nan,2] y=2 matrixType=3", StatusOk},
+    {"LinEqH", nullptr, "A=[2,inf;0,2] y=2 matrixType=3", StatusNotFinite},
+    {"LinEqH", "cz", "A=[1,bigj;0,1] y=2", StatusNotFinite},
+    {"LinEqH", "cz", "A=2x2:hpd y=[1,nanj]", StatusNotFinite},
+    {"LinEqH", nullptr, "A=[1,2;1,2] y=2", StatusSingular},
+    {"LinEqH", nullptr, "A=[1,0;3,0] y=2 matrixType=2", StatusSingular},
+    {"LinEqH", nullptr, "A=[0,3;0,1] y=2 matrixType=3", StatusSingular},
+    {"LinEqH", nullptr, "A=[1,2;2,1] y=2 matrixType=1", StatusNotPositiveDefinite},
+    {"LinEqH", nullptr, "A=[1,0;2,1] y=2 matrixType=1", StatusNotPositiveDefinite},  // reads the lower triangle
+    {"LinEqH", nullptr, "matrixType=3 valueScratch=null", StatusKernelError},
+    {"LinEqH", nullptr, "matrixType=1 pivotScratch=null", StatusOk},
+    {"LinEqH", nullptr, "matrixType=2 pivotScratch=null", StatusOk},
+    {"LinEqH", nullptr, "A=[nan,0;0,1] y=2 valueScratch=null pivotScratch=null", StatusNotFinite},
+    {"LinEqSetH", nullptr, "A=0x0 Y=0x2", StatusEmptyInput},
+    {"LinEqSetH", nullptr, "A=2x2 Y=2x0", StatusEmptyInput},
+    {"LinEqSetH", nullptr, "A=2x3 Y=2x2", StatusNotSquare},
+    {"LinEqSetH", nullptr, "A=2x2 Y=3x2", StatusSizeMismatch},
+    {"LinEqSetH", nullptr, "A=[1,2;1,2] Y=2x3", StatusSingular},
+    {"LinEqSetH", nullptr, "A=2x2:hpd Y=[1,2;nan,3]", StatusNotFinite},
+
+    {"DeterminantH", nullptr, "A=0x0", StatusEmptyInput},
+    {"DeterminantH", nullptr, "A=0x3", StatusEmptyInput},
+    {"DeterminantH", nullptr, "A=3x0 matrixType=9", StatusEmptyInput},
+    {"DeterminantH", nullptr, "A=2x3", StatusNotSquare},
+    {"DeterminantH", nullptr, "A=3x2 matrixType=9", StatusNotSquare},
+    {"DeterminantH", nullptr, "A=[2] matrixType=-1", StatusBadOption},
+    {"DeterminantH", nullptr, "A=3x3:indef matrixType=1", StatusNotPositiveDefinite},
+    {"DeterminantH", nullptr, "A=4x4:sing", StatusOk},
+    {"DeterminantH", nullptr, "A=[1,2;3,4] work=null iwork=null", StatusOk},
+    {"DeterminantH", nullptr, "A=[1,2;3,4] matrixType=1 work=null iwork=null", StatusOk},
+    {"DeterminantH", nullptr, "A=3x3 matrixType=2 work=null iwork=null", StatusOk},
+    {"DeterminantH", nullptr, "A=3x3:hpd matrixType=1 iwork=null", StatusOk},
+    {"DeterminantH", nullptr, "A=!50000x50000", StatusOutOfMemory},
+    {"DeterminantH", nullptr, "A=!50000x50000 matrixType=1", StatusOutOfMemory},
+};
+
+TEST(Contract, FamilyStatusesInCheckOrder) {
+  for (const Row& row : kRows) {
+    bool found = false;
+    ForEachExport([&](const ExportEntry& e) {
+      if (std::string(e.op) != row.op || (row.letters && !std::strchr(row.letters, e.letter))) return;
+      found = true;
+      SCOPED_TRACE(row.args);
+      Call c(e, row.args);
+      EXPECT_EQ(c.Run(), row.status);
+      c.ExpectContract();
+    });
+    EXPECT_TRUE(found) << row.op;
+  }
+}
+
+}  // namespace
+}  // namespace qt
