@@ -116,14 +116,11 @@ class Call {
       const ArgSpec& a = e_.args[k];
       const Slot& s = slots_[k];
       SCOPED_TRACE(a.name);
-      if (IsHandle(a.role) && s.v.h) {
-        const bool emptied = KortArrayDim(s.v.h, 0) == 0 && (a.rank == 1 || KortArrayDim(s.v.h, 1) == 0);
-        if (a.role == Role::Work || (status_ < 0 && IsWritten(a.role))) {
-          EXPECT_TRUE(emptied) << "not emptied";
-        }
-        if (!s.before.empty()) {
-          EXPECT_EQ(Bytes(s.v.h, a), s.before) << "input changed";
-        }
+      if (s.v.h && (a.role == Role::Work || (status_ < 0 && IsWritten(a.role)))) {
+        EXPECT_TRUE(KortArrayDim(s.v.h, 0) == 0 && (a.rank == 1 || KortArrayDim(s.v.h, 1) == 0)) << "not emptied";
+      }
+      if (!s.before.empty()) {
+        EXPECT_EQ(Bytes(s.v.h, a), s.before) << "input changed";
       }
       if (status_ >= 0 || !s.v.p) continue;
       if (a.role == Role::ElemOut || a.role == Role::RealOut) {
