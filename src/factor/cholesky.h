@@ -23,7 +23,7 @@ Status CholeskyH(ArrayHandle ah, int32_t option) {
   if (n < 1) return StatusEmptyInput;
   if (option != CholeskyLower && option != CholeskyUpper) return StatusBadOption;
   const bool lower = option == CholeskyLower;
-  const int info = kernel::potrf(lower ? 'U' : 'L', n, a.data, n);
+  const lapack_int info = kernel::potrf(lower ? 'U' : 'L', n, a.data, n);
   if (Status s = FromInfo(info, StatusNotPositiveDefinite); s != StatusOk) return s;
   for (int32_t i = 0; i < n; ++i) {
     T* row = a.data + int64_t{i} * n;

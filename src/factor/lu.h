@@ -62,9 +62,10 @@ Status LUFactorize(const T* a, int32_t m, int32_t n, T* l, T* u, int32_t* p, int
   if (m < 1 || n < 1) return StatusEmptyInput;
   if (!work || !iwork) return StatusKernelError;
   T* f;
-  if (Status s = ResizeVector<T>(work, m * n, &f); s != StatusOk) return s;
+  // m * n may exceed the host's int32 element count: ResizeVector refuses it unasked.
+  if (Status s = ResizeVector<T>(work, int64_t{m} * n, &f); s != StatusOk) return s;
   ToColumnMajor(a, m, n, f);
-  const int info = kernel::getrf(m, n, f, m, piv);
+  const lapack_int info = kernel::getrf(m, n, f, m, piv);
   if (info < 0) return StatusKernelError;
   const Status result = info > 0 ? Status{WarnSingular} : Status{StatusOk};
   const int32_t k = std::min(m, n);

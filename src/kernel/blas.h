@@ -1,77 +1,84 @@
 // Typed overloads of the CBLAS routines the library uses. Nothing above this layer
 // names a type prefix. Row-major layout and the CBLAS enum values are passed through.
+// Sizes, increments and leading dimensions are the package's own blasint.
 #pragma once
 
 #include <cblas.h>
 
 #include <complex>
+#include <cstdint>
 
 namespace ql::kernel {
+
+// Our sizes are int32 throughout; a 64-bit-integer build of the BLAS would need
+// every size widened on the way in.
+static_assert(sizeof(blasint) == sizeof(int32_t) && static_cast<blasint>(-1) < 0,
+              "the BLAS must use 32-bit signed integers");
 
 using cf = std::complex<float>;
 using cd = std::complex<double>;
 
 // x . y for real vectors.
-inline float dot(int n, const float* x, int incx, const float* y, int incy) { return cblas_sdot(n, x, incx, y, incy); }
-inline double dot(int n, const double* x, int incx, const double* y, int incy) { return cblas_ddot(n, x, incx, y, incy); }
+inline float dot(blasint n, const float* x, blasint incx, const float* y, blasint incy) { return cblas_sdot(n, x, incx, y, incy); }
+inline double dot(blasint n, const double* x, blasint incx, const double* y, blasint incy) { return cblas_ddot(n, x, incx, y, incy); }
 
 // sum of conj(x[i]) * y[i].
-inline cf dotc(int n, const cf* x, int incx, const cf* y, int incy) {
+inline cf dotc(blasint n, const cf* x, blasint incx, const cf* y, blasint incy) {
   cf r;
   cblas_cdotc_sub(n, x, incx, y, incy, &r);
   return r;
 }
-inline cd dotc(int n, const cd* x, int incx, const cd* y, int incy) {
+inline cd dotc(blasint n, const cd* x, blasint incx, const cd* y, blasint incy) {
   cd r;
   cblas_zdotc_sub(n, x, incx, y, incy, &r);
   return r;
 }
 
 // sum of |x[i]| (real types).
-inline float asum(int n, const float* x, int incx) { return cblas_sasum(n, x, incx); }
-inline double asum(int n, const double* x, int incx) { return cblas_dasum(n, x, incx); }
+inline float asum(blasint n, const float* x, blasint incx) { return cblas_sasum(n, x, incx); }
+inline double asum(blasint n, const double* x, blasint incx) { return cblas_dasum(n, x, incx); }
 
-inline void scal(int n, float a, float* x, int incx) { cblas_sscal(n, a, x, incx); }
-inline void scal(int n, double a, double* x, int incx) { cblas_dscal(n, a, x, incx); }
-inline void scal(int n, cf a, cf* x, int incx) { cblas_cscal(n, &a, x, incx); }
-inline void scal(int n, cd a, cd* x, int incx) { cblas_zscal(n, &a, x, incx); }
+inline void scal(blasint n, float a, float* x, blasint incx) { cblas_sscal(n, a, x, incx); }
+inline void scal(blasint n, double a, double* x, blasint incx) { cblas_dscal(n, a, x, incx); }
+inline void scal(blasint n, cf a, cf* x, blasint incx) { cblas_cscal(n, &a, x, incx); }
+inline void scal(blasint n, cd a, cd* x, blasint incx) { cblas_zscal(n, &a, x, incx); }
 
-inline void copy(int n, const float* x, int incx, float* y, int incy) { cblas_scopy(n, x, incx, y, incy); }
-inline void copy(int n, const double* x, int incx, double* y, int incy) { cblas_dcopy(n, x, incx, y, incy); }
-inline void copy(int n, const cf* x, int incx, cf* y, int incy) { cblas_ccopy(n, x, incx, y, incy); }
-inline void copy(int n, const cd* x, int incx, cd* y, int incy) { cblas_zcopy(n, x, incx, y, incy); }
+inline void copy(blasint n, const float* x, blasint incx, float* y, blasint incy) { cblas_scopy(n, x, incx, y, incy); }
+inline void copy(blasint n, const double* x, blasint incx, double* y, blasint incy) { cblas_dcopy(n, x, incx, y, incy); }
+inline void copy(blasint n, const cf* x, blasint incx, cf* y, blasint incy) { cblas_ccopy(n, x, incx, y, incy); }
+inline void copy(blasint n, const cd* x, blasint incx, cd* y, blasint incy) { cblas_zcopy(n, x, incx, y, incy); }
 
-inline void gemm(CBLAS_ORDER o, CBLAS_TRANSPOSE ta, CBLAS_TRANSPOSE tb, int m, int n, int k, float alpha,
-                 const float* a, int lda, const float* b, int ldb, float beta, float* c, int ldc) {
+inline void gemm(CBLAS_ORDER o, CBLAS_TRANSPOSE ta, CBLAS_TRANSPOSE tb, blasint m, blasint n, blasint k, float alpha,
+                 const float* a, blasint lda, const float* b, blasint ldb, float beta, float* c, blasint ldc) {
   cblas_sgemm(o, ta, tb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
 }
-inline void gemm(CBLAS_ORDER o, CBLAS_TRANSPOSE ta, CBLAS_TRANSPOSE tb, int m, int n, int k, double alpha,
-                 const double* a, int lda, const double* b, int ldb, double beta, double* c, int ldc) {
+inline void gemm(CBLAS_ORDER o, CBLAS_TRANSPOSE ta, CBLAS_TRANSPOSE tb, blasint m, blasint n, blasint k, double alpha,
+                 const double* a, blasint lda, const double* b, blasint ldb, double beta, double* c, blasint ldc) {
   cblas_dgemm(o, ta, tb, m, n, k, alpha, a, lda, b, ldb, beta, c, ldc);
 }
-inline void gemm(CBLAS_ORDER o, CBLAS_TRANSPOSE ta, CBLAS_TRANSPOSE tb, int m, int n, int k, cf alpha,
-                 const cf* a, int lda, const cf* b, int ldb, cf beta, cf* c, int ldc) {
+inline void gemm(CBLAS_ORDER o, CBLAS_TRANSPOSE ta, CBLAS_TRANSPOSE tb, blasint m, blasint n, blasint k, cf alpha,
+                 const cf* a, blasint lda, const cf* b, blasint ldb, cf beta, cf* c, blasint ldc) {
   cblas_cgemm(o, ta, tb, m, n, k, &alpha, a, lda, b, ldb, &beta, c, ldc);
 }
-inline void gemm(CBLAS_ORDER o, CBLAS_TRANSPOSE ta, CBLAS_TRANSPOSE tb, int m, int n, int k, cd alpha,
-                 const cd* a, int lda, const cd* b, int ldb, cd beta, cd* c, int ldc) {
+inline void gemm(CBLAS_ORDER o, CBLAS_TRANSPOSE ta, CBLAS_TRANSPOSE tb, blasint m, blasint n, blasint k, cd alpha,
+                 const cd* a, blasint lda, const cd* b, blasint ldb, cd beta, cd* c, blasint ldc) {
   cblas_zgemm(o, ta, tb, m, n, k, &alpha, a, lda, b, ldb, &beta, c, ldc);
 }
 
-inline void gemv(CBLAS_ORDER o, CBLAS_TRANSPOSE t, int m, int n, float alpha, const float* a, int lda,
-                 const float* x, int incx, float beta, float* y, int incy) {
+inline void gemv(CBLAS_ORDER o, CBLAS_TRANSPOSE t, blasint m, blasint n, float alpha, const float* a, blasint lda,
+                 const float* x, blasint incx, float beta, float* y, blasint incy) {
   cblas_sgemv(o, t, m, n, alpha, a, lda, x, incx, beta, y, incy);
 }
-inline void gemv(CBLAS_ORDER o, CBLAS_TRANSPOSE t, int m, int n, double alpha, const double* a, int lda,
-                 const double* x, int incx, double beta, double* y, int incy) {
+inline void gemv(CBLAS_ORDER o, CBLAS_TRANSPOSE t, blasint m, blasint n, double alpha, const double* a, blasint lda,
+                 const double* x, blasint incx, double beta, double* y, blasint incy) {
   cblas_dgemv(o, t, m, n, alpha, a, lda, x, incx, beta, y, incy);
 }
-inline void gemv(CBLAS_ORDER o, CBLAS_TRANSPOSE t, int m, int n, cf alpha, const cf* a, int lda,
-                 const cf* x, int incx, cf beta, cf* y, int incy) {
+inline void gemv(CBLAS_ORDER o, CBLAS_TRANSPOSE t, blasint m, blasint n, cf alpha, const cf* a, blasint lda,
+                 const cf* x, blasint incx, cf beta, cf* y, blasint incy) {
   cblas_cgemv(o, t, m, n, &alpha, a, lda, x, incx, &beta, y, incy);
 }
-inline void gemv(CBLAS_ORDER o, CBLAS_TRANSPOSE t, int m, int n, cd alpha, const cd* a, int lda,
-                 const cd* x, int incx, cd beta, cd* y, int incy) {
+inline void gemv(CBLAS_ORDER o, CBLAS_TRANSPOSE t, blasint m, blasint n, cd alpha, const cd* a, blasint lda,
+                 const cd* x, blasint incx, cd beta, cd* y, blasint incy) {
   cblas_zgemv(o, t, m, n, &alpha, a, lda, x, incx, &beta, y, incy);
 }
 

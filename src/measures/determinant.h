@@ -41,7 +41,8 @@ Status LUWrapper(T* a, int32_t n, int32_t* ipiv) {
 template <class T>
 Status CopyToWork(const T* a, int32_t n, ArrayHandle work, T** copy) {
   if (!work) return StatusKernelError;
-  if (Status s = ResizeVector<T>(work, n * n, copy); s != StatusOk) return s;
+  // n * n may exceed the host's int32 element count: ResizeVector refuses it unasked.
+  if (Status s = ResizeVector<T>(work, int64_t{n} * n, copy); s != StatusOk) return s;
   std::memcpy(static_cast<void*>(*copy), a, sizeof(T) * size_t(n) * size_t(n));
   return StatusOk;
 }
@@ -68,8 +69,9 @@ Status PositiveDefinite(const T* a, int32_t n, T* result, ArrayHandle work) {
   if (Status s = CopyToWork(a, n, work, &f); s != StatusOk) return s;
   if (Status s = FromInfo(kernel::potrf('U', n, f, n), StatusNotPositiveDefinite); s != StatusOk) return s;
   // The factor's diagonal is real and positive.
+  const int64_t step = int64_t{n} + 1;
   RealOf<T> p = 1;
-  for (int32_t i = 0; i < n; ++i) p *= std::real(f[int64_t{i} * (n + 1)]);
+  for (int32_t i = 0; i < n; ++i) p *= std::real(f[i * step]);
   return Store(result, T(p * p));
 }
 

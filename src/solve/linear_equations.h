@@ -7,6 +7,7 @@
 
 #include "factor/column_major.h"
 #include "frame/array.h"
+#include "frame/workspace.h"
 #include "kernel/lapack.h"
 
 namespace ql {
@@ -31,22 +32,25 @@ Status LinEqSolve(const T* a, int32_t n, const T* b, int32_t k, int32_t matrixTy
   if (matrixType < LinEqGeneral || matrixType > LinEqUpperTriangular) return StatusBadOption;
   const bool triangular = matrixType >= LinEqLowerTriangular;
   const int64_t nn = int64_t{n} * n, nk = int64_t{n} * k;
+  // No host array holds more than INT32_MAX elements: sizes that claim more cannot
+  // describe the block behind them, which is then not read at all.
+  if (!HostCountFits(nn) || !HostCountFits(nk)) return StatusOutOfMemory;
   const bool aOk = triangular ? TriangleAccepted(a, n, matrixType == LinEqLowerTriangular)
                               : AllAccepted(a, nn);
   if (!aOk || !AllAccepted(b, nk)) return StatusNotFinite;
 
-  if (!valueScratch) return StatusKernelError;
   // The scratch holds the matrix copy (not for the triangular paths) and then the
-  // right-hand sides; both sizes must fit the host's int32 element count.
-  const int64_t need = triangular ? nk : nn + nk;
-  if (need > INT32_MAX) return StatusOutOfMemory;
-  T* scratch;
-  if (Status s = ResizeVector<T>(valueScratch, static_cast<int32_t>(need), &scratch); s != StatusOk) return s;
-  T* rhs = triangular ? scratch : scratch + nn;
+  // right-hand sides; together they must fit the host's int32 element count.
+  WorkLayout<T> layout;
+  const auto copyPiece = layout.template Add<T>(triangular ? 0 : nn);
+  const auto rhsPiece = layout.template Add<T>(nk);
+  if (Status s = layout.Bind(valueScratch); s != StatusOk) return s;
+  T* scratch = layout.Get(copyPiece);
+  T* rhs = layout.Get(rhsPiece);
   // The right-hand sides go column-major whatever the path (for k = 1 a plain copy).
   ToColumnMajor(b, n, k, rhs);
 
-  int info;
+  lapack_int info;
   Status positive;
   switch (matrixType) {
     case LinEqGeneral: {
