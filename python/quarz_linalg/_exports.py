@@ -1,16 +1,22 @@
-"""The raw layer: every export of the library with its exact C argument list, generated
-from the export list (one row per operation, `Name letters result arg:kind ...`), and
-`invoke`, which runs an export on numpy arrays by the argument kinds."""
+"""The raw layer: every export of the library with its exact C argument list, bound from
+the kind table the build generates beside the library, and `invoke`, which runs an export
+on numpy arrays by the roles of its arguments.
+
+Argument roles of the table: handles are in (read only), out (sized by the export),
+inout (read, then overwritten in place), work (scratch, emptied on every return) or
+ignored (never touched, may be null), each with a rank and an element letter (s, d, c, z
+or i for int32). Scalars are int / uint (int32 / uint32 by value; an int may name an
+option table), real and elem (the real type or the element by value), module (a host
+module handle), elem_in / real_in (pointer to one input), elem_out / real_out (pointer to
+one result) and int_out (pointer to an int32 result).
+"""
 import contextlib
 import ctypes
 import warnings
-from dataclasses import dataclass
 from types import SimpleNamespace
 
-import numpy as np
-
-from ._host import INT32_CODE, LETTERS, HostArray
-from ._library import EXPORTS_PATH, lib
+from ._host import TYPE_DTYPES, HostArray, type_code
+from ._library import KIND_TABLE, lib
 from ._status import QuarzError, QuarzWarning
 
 
@@ -22,100 +28,42 @@ class ComplexDouble(ctypes.Structure):
     _fields_ = [("re", ctypes.c_double), ("im", ctypes.c_double)]
 
 
-# letter: (C element type, C real type)
-C_TYPES = {
-    "s": (ctypes.c_float, ctypes.c_float),
-    "d": (ctypes.c_double, ctypes.c_double),
-    "c": (ComplexFloat, ctypes.c_float),
-    "z": (ComplexDouble, ctypes.c_double),
-}
+# element letter: C type of one element
+C_TYPES = {"s": ctypes.c_float, "d": ctypes.c_double, "c": ComplexFloat,
+           "z": ComplexDouble, "i": ctypes.c_int32}
 
-IN_KINDS = {"in1": 1, "in2": 2}
-OUT_KINDS = {"out1": 1, "out2": 2, "iout1": 1, "iout2": 2, "inout2": 2}
-WORK_KINDS = {"work1": 1, "iwork1": 1}
-HANDLE_KINDS = {**IN_KINDS, **OUT_KINDS, **WORK_KINDS}
-VALUE_KINDS = {"int", "uint", "real", "module"}
-SCALAR_OUT_KINDS = {"elem_out", "real_out"}
-ALL_KINDS = set(HANDLE_KINDS) | VALUE_KINDS | SCALAR_OUT_KINDS
+HANDLE_ROLES = {"in", "out", "inout", "work", "ignored"}
+# Roles that take a value from the caller of invoke, and roles whose value it returns.
+INPUT_ROLES = {"in", "inout", "int", "uint", "real", "elem", "module", "elem_in", "real_in"}
+OUTPUT_ROLES = {"out", "inout", "elem_out", "real_out", "int_out"}
+SCALAR_OUT_ROLES = {"elem_out", "real_out", "int_out"}
+
+EXPORTS = {e["name"]: e for e in KIND_TABLE["exports"]}
+OPTIONS = KIND_TABLE["options"]
 
 
-@dataclass(frozen=True)
-class ExportRow:
-    name: str           # operation name without its letter
-    letters: str        # element types ("-" for a single export under its own name)
-    result: str         # "status" or "void"
-    args: tuple         # ((argument name, kind), ...)
-    family: str
-
-    def export_names(self):
-        if self.letters == "-":
-            return [self.name]
-        return [letter + self.name for letter in self.letters]
-
-
-def parse_export_list(text, source="<export list>"):
-    rows, family = [], None
-    for lineno, raw in enumerate(text.splitlines(), 1):
-        line = raw.split("#", 1)[0].strip()
-        if not line:
-            continue
-        if line.startswith("@family"):
-            family = line.split()[1]
-            continue
-        parts = line.split()
-        if len(parts) < 3:
-            raise ValueError(f"{source}:{lineno}: expected 'Name letters result [arg:kind ...]'")
-        name, letters, result = parts[:3]
-        args = []
-        for a in parts[3:]:
-            aname, _, kind = a.partition(":")
-            if kind not in ALL_KINDS:
-                raise ValueError(f"{source}:{lineno}: unknown kind {kind!r}")
-            args.append((aname, kind))
-        if letters != "-" and (not letters or any(ch not in LETTERS for ch in letters)):
-            raise ValueError(f"{source}:{lineno}: bad letters {letters!r}")
-        if result not in ("status", "void"):
-            raise ValueError(f"{source}:{lineno}: bad result {result!r}")
-        if family is None:
-            raise ValueError(f"{source}:{lineno}: row before any @family line")
-        rows.append(ExportRow(name, letters, result, tuple(args), family))
-    return rows
-
-
-def c_argtype(kind, letter):
-    if kind in HANDLE_KINDS or kind == "module":
+def c_argtype(arg):
+    role = arg["role"]
+    if role in HANDLE_ROLES or role == "module":
         return ctypes.c_void_p
-    if kind == "int":
+    if role == "int":
         return ctypes.c_int32
-    if kind == "uint":
+    if role == "uint":
         return ctypes.c_uint32
-    elem, real = C_TYPES[letter]
-    return {"real": real, "elem_out": ctypes.POINTER(elem),
-            "real_out": ctypes.POINTER(real)}[kind]
+    if role == "int_out":
+        return ctypes.POINTER(ctypes.c_int32)
+    ctype = C_TYPES[arg["elem"]]
+    return ctype if role in ("real", "elem") else ctypes.POINTER(ctype)
 
 
-ROWS = parse_export_list(EXPORTS_PATH.read_text(), str(EXPORTS_PATH))
-ROWS_BY_NAME = {r.name: r for r in ROWS}
-
-# export name -> (row, letter or None)
-EXPORTS = {}
-for _row in ROWS:
-    if _row.letters == "-":
-        EXPORTS[_row.name] = (_row, None)
-    else:
-        for _l in _row.letters:
-            EXPORTS[_l + _row.name] = (_row, _l)
-
-
-def _bind(export_name):
-    row, letter = EXPORTS[export_name]
+def _bind(entry):
     try:
-        fn = getattr(lib, export_name)
+        fn = getattr(lib, entry["name"])
     except AttributeError:
         return None
-    fn.argtypes = [c_argtype(kind, letter) for _, kind in row.args]
-    fn.restype = ctypes.c_int32 if row.result == "status" else None
-    fn.row, fn.letter = row, letter
+    fn.argtypes = [c_argtype(a) for a in entry["args"]]
+    fn.restype = ctypes.c_int32 if entry["result"] == "status" else None
+    fn.entry = entry
     return fn
 
 
@@ -123,16 +71,26 @@ def _bind(export_name):
 # HostArray, a plain address or None (a null handle).
 raw = SimpleNamespace()
 MISSING = []
-for _name in EXPORTS:
-    _fn = _bind(_name)
+for _entry in EXPORTS.values():
+    _fn = _bind(_entry)
     if _fn is None:
-        MISSING.append(_name)
+        MISSING.append(_entry["name"])
     else:
-        setattr(raw, _name, _fn)
+        setattr(raw, _entry["name"], _fn)
 
 
 def available(export_name):
     return hasattr(raw, export_name)
+
+
+def option_value(table, name):
+    """The int32 value of an option given by its name in `table`, or as a number."""
+    if isinstance(name, str):
+        values = OPTIONS[table]
+        if name not in values:
+            raise ValueError(f"{name!r} is not one of {table}: {', '.join(values)}")
+        return values[name]
+    return int(name)
 
 
 def check_status(status, export_name):
@@ -144,60 +102,81 @@ def check_status(status, export_name):
     return status
 
 
-def _scalar_value(var, kind, letter):
-    if kind == "real_out":
-        return np.dtype(np.float32 if letter in "sc" else np.float64).type(var.value)
+def to_ctype(letter, value):
+    """One element or real of type `letter` as its C value."""
     if letter in "cz":
-        return LETTERS[letter][1].type(complex(var.re, var.im))
-    return LETTERS[letter][1].type(var.value)
+        v = complex(value)
+        return C_TYPES[letter](v.real, v.imag)
+    return C_TYPES[letter](value)
+
+
+def from_ctype(letter, var):
+    """A C element or real as a numpy scalar of its type."""
+    value = complex(var.re, var.im) if letter in "cz" else var.value
+    return TYPE_DTYPES[type_code(letter)].type(value)
+
+
+def _input_arg(arg, value, stack):
+    role = arg["role"]
+    if role in ("in", "inout"):
+        if value is None:
+            return None, None
+        h = stack.enter_context(HostArray.from_numpy(value, type_code(arg["elem"]), arg["rank"]))
+        return h, h
+    if role in ("int", "uint"):
+        return int(value), None
+    if role == "module":
+        return value, None
+    if role in ("real", "elem"):
+        return to_ctype(arg["elem"], value), None
+    # elem_in / real_in: a pointer to one value, or null
+    return (None if value is None else ctypes.byref(to_ctype(arg["elem"], value))), None
 
 
 def invoke(export_name, *args, check=True):
     """Runs an export on numpy arrays.
 
-    `args` are the export's inputs in list order: an array for every in1/in2/inout2
-    argument, a number for every int/uint/real/module argument. The handles for outputs
-    and work arrays are made here and freed here, whatever happens. Returns
-    (status, [outputs]) with one entry per inout2/out/iout/elem_out/real_out argument, in
-    list order (numpy arrays, numpy scalars). With check=True a negative status raises
+    `args` are the export's inputs in list order: an array (or None for a null handle) for
+    every in / inout handle, a number for every by-value scalar (int, uint, real, elem,
+    module) and for every elem_in / real_in (None passes a null pointer). Handles for
+    outputs and work arrays are made here and freed here, whatever happens; ignored
+    handles are passed as null. Returns (status, [outputs]) with one entry per out /
+    inout handle and per *_out scalar, in list order (numpy arrays, numpy scalars); the
+    status is None for an export without one. With check=True a negative status raises
     QuarzError and a positive one issues a QuarzWarning.
     """
-    row, letter = EXPORTS[export_name]
+    entry = EXPORTS[export_name]
     if not available(export_name):
         raise AttributeError(f"{export_name} is not exported by the loaded library")
     fn = getattr(raw, export_name)
-    n_user = sum(1 for _, k in row.args if k in IN_KINDS or k in VALUE_KINDS or k == "inout2")
-    if len(args) != n_user:
-        raise TypeError(f"{export_name} takes {n_user} inputs, got {len(args)}")
+    n_inputs = sum(1 for a in entry["args"] if a["role"] in INPUT_ROLES)
+    if len(args) != n_inputs:
+        raise TypeError(f"{export_name} takes {n_inputs} inputs, got {len(args)}")
     user = iter(args)
-    elem_code = LETTERS[letter][0] if letter else None
     with contextlib.ExitStack() as stack:
         call_args, outputs = [], []
-        for aname, kind in row.args:
-            if kind in IN_KINDS or kind == "inout2":
-                h = stack.enter_context(HostArray.from_numpy(next(user), elem_code,
-                                                             HANDLE_KINDS[kind]))
+        for arg in entry["args"]:
+            role = arg["role"]
+            if role in INPUT_ROLES:
+                value, kept = _input_arg(arg, next(user), stack)
+                call_args.append(value)
+                if role == "inout":
+                    outputs.append(("handle", kept))
+            elif role in ("out", "work"):
+                h = stack.enter_context(HostArray.empty(type_code(arg["elem"]), arg["rank"]))
                 call_args.append(h)
-                if kind == "inout2":
+                if role == "out":
                     outputs.append(("handle", h))
-            elif kind in OUT_KINDS or kind in WORK_KINDS:
-                code = INT32_CODE if kind.startswith("i") else elem_code
-                h = stack.enter_context(HostArray.empty(code, HANDLE_KINDS[kind]))
-                call_args.append(h)
-                if kind in OUT_KINDS:
-                    outputs.append(("handle", h))
-            elif kind in VALUE_KINDS:
-                value = next(user)
-                call_args.append(float(value) if kind == "real" else
-                                 value if kind == "module" else int(value))
-            else:  # elem_out / real_out
-                ctype = C_TYPES[letter][0 if kind == "elem_out" else 1]
-                var = ctype()
+            elif role == "ignored":
+                call_args.append(None)
+            else:  # elem_out / real_out / int_out
+                letter = "i" if role == "int_out" else arg["elem"]
+                var = C_TYPES[letter]()
                 call_args.append(ctypes.byref(var))
-                outputs.append((kind, var))
+                outputs.append((letter, var))
         status = fn(*call_args)
-        results = [h.to_numpy() if what == "handle" else _scalar_value(h, what, letter)
-                   for what, h in outputs]
-    if check and row.result == "status":
+        results = [(None if v is None else v.to_numpy()) if what == "handle"
+                   else from_ctype(what, v) for what, v in outputs]
+    if check and status is not None:
         check_status(status, export_name)
     return status, results

@@ -23,6 +23,11 @@ TYPE_DTYPES = {code: dt for code, dt in LETTERS.values()}
 TYPE_DTYPES[INT32_CODE] = np.dtype(np.int32)
 
 
+def type_code(letter):
+    """Host type code of an element letter: s d c z, or i for int32."""
+    return INT32_CODE if letter == "i" else LETTERS[letter][0]
+
+
 def element_offset(type_code, rank):
     """Byte offset of the first element in a block of this type and rank."""
     if rank == 2:

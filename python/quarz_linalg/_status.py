@@ -1,29 +1,8 @@
-"""Status codes, read from the QuarzStatus enum of the public header."""
-import re
+"""Status codes by name, from the kind table the build generates beside the library."""
+from ._library import KIND_TABLE
 
-from ._library import HEADER_PATH
-
-
-def parse_status_enum(text):
-    """{code: name} from the body of `enum QuarzStatus { ... }` in C source text."""
-    m = re.search(r"enum\s+QuarzStatus\s*\{(.*?)\}", text, re.S)
-    if not m:
-        raise ValueError("no 'enum QuarzStatus' in the header")
-    body = re.sub(r"/\*.*?\*/|//[^\n]*", "", m.group(1), flags=re.S)
-    names = {}
-    for item in body.split(","):
-        item = item.strip()
-        if not item:
-            continue
-        name, eq, value = item.partition("=")
-        if not eq:
-            raise ValueError(f"enumerator without a value: {item!r}")
-        names[int(value.strip(), 0)] = name.strip()
-    return names
-
-
-STATUS_NAMES = parse_status_enum(HEADER_PATH.read_text())
-STATUS_CODES = {name: code for code, name in STATUS_NAMES.items()}
+STATUS_CODES = dict(KIND_TABLE["status"])
+STATUS_NAMES = {code: name for name, code in STATUS_CODES.items()}
 
 
 def status_name(code):

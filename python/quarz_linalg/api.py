@@ -7,7 +7,7 @@ A negative status raises QuarzError; a positive one issues a QuarzWarning.
 """
 import numpy as np
 
-from ._exports import invoke
+from ._exports import OPTIONS, invoke, option_value
 from ._host import letter_of
 
 
@@ -114,18 +114,14 @@ def trace(a):
     return _run("TraceH", _letter(a), a)[0]
 
 
-SPECIAL_KINDS = {"identity": 0, "diagonal": 1, "toeplitz": 2, "vandermonde": 3,
-                 "companion": 4, "hankel": 5}
-
-
 def special(kind, x=None, y=None, size=0, dtype=None):
-    """Structured matrix: kind is a name of SPECIAL_KINDS or its number.
+    """Structured matrix: kind is a name of OPTIONS["SpecialMatrix"] or its number.
 
     identity: size x size. diagonal: diag(x). toeplitz: first column x, first row
     x[0], y[1:]. vandermonde: decreasing powers of x. companion: of the polynomial with
     coefficients x (highest first). hankel: first column x, last row x[-1], y[1:].
     The element type comes from x and y, else from dtype (default float64)."""
-    code = SPECIAL_KINDS[kind] if isinstance(kind, str) else int(kind)
+    code = option_value("SpecialMatrix", kind)
     given = [np.asarray(v) for v in (x, y) if v is not None]
     if dtype is not None:
         letter = letter_of(dtype)
@@ -154,29 +150,24 @@ def cholesky(a, lower=True):
     A = L L^H (lower=True, reads the lower triangle) or U with A = U^H U (reads the upper
     triangle)."""
     a = _mat(a)
-    return _run("CholeskyH", _letter(a), a, 0 if lower else 1)[0]
-
-
-MATRIX_KINDS = {"general": 0, "positive_definite": 1, "posdef": 1, "lower": 2, "upper": 3}
-
-
-def _matrix_kind(kind):
-    return MATRIX_KINDS[kind] if isinstance(kind, str) else int(kind)
+    triangle = OPTIONS["CholeskyTriangle"]["lower" if lower else "upper"]
+    return _run("CholeskyH", _letter(a), a, triangle)[0]
 
 
 def det(a, kind="general"):
-    """Determinant; kind: general (LU), positive_definite (Cholesky), lower / upper
-    (product of the diagonal), or the number 0 to 3."""
+    """Determinant; kind: a name of OPTIONS["DeterminantMatrix"] (general: LU,
+    positive_definite: Cholesky, upper / lower: product of the diagonal) or its number."""
     a = _mat(a)
-    return _run("DeterminantH", _letter(a), a, _matrix_kind(kind))[0]
+    return _run("DeterminantH", _letter(a), a, option_value("DeterminantMatrix", kind))[0]
 
 
 def solve(a, y, kind="general"):
     """Solves A x = y for a 1-D y, or A X = Y for a 2-D Y (one right-hand side per
-    column). kind: general, positive_definite (only the lower triangle of A is read; for
-    complex A the kernel works with its plain transpose), lower, upper, or 0 to 3."""
+    column). kind: a name of OPTIONS["LinEqMatrix"] (general, positive_definite: only the
+    lower triangle of A is read and for complex A the kernel works with its plain
+    transpose; lower, upper: only that triangle is read) or its number."""
     a, y = _mat(a), np.asarray(y)
-    letter = _letter(a, y)
+    letter, code = _letter(a, y), option_value("LinEqMatrix", kind)
     if y.ndim == 1:
-        return _run("LinEqH", letter, a, y, _matrix_kind(kind))[0]
-    return _run("LinEqSetH", letter, a, _mat(y), _matrix_kind(kind))[0]
+        return _run("LinEqH", letter, a, y, code)[0]
+    return _run("LinEqSetH", letter, a, _mat(y), code)[0]

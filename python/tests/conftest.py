@@ -1,4 +1,3 @@
-import os
 import sys
 from pathlib import Path
 
@@ -13,23 +12,21 @@ import quarz_linalg as ql  # noqa: E402
 
 def pytest_report_header(config):
     return [f"libquarz_linalg: {ql.LIB_PATH}", f"libkort: {ql.KORT_PATH}",
-            f"export list: {ql.EXPORTS_PATH}",
-            f"exports in the list but not in the library: {ql.MISSING or 'none'}"]
+            f"kind table: {ql.KIND_TABLE_PATH}",
+            f"exports in the table but not in the library: {ql.MISSING or 'none'}"]
 
 
 @pytest.fixture
 def rng(request):
     # A fixed seed per test: a failure reproduces exactly.
-    seed = sum(map(ord, request.node.nodeid)) % (2**32)
-    return np.random.default_rng(seed)
+    return np.random.default_rng(sum(map(ord, request.node.nodeid)))
 
 
 @pytest.fixture(autouse=True)
 def no_host_leak():
-    """Every test must leave the host runtime's live handles and bytes where they were."""
+    """Every test leaves the host runtime's live handles and bytes where they were."""
     ql.fail_resize_at(0)
-    handles, nbytes = ql.live_handles(), ql.live_bytes()
+    before = ql.live_handles(), ql.live_bytes()
     yield
     ql.fail_resize_at(0)
-    assert (ql.live_handles(), ql.live_bytes()) == (handles, nbytes), \
-        "host handles or bytes left behind"
+    assert (ql.live_handles(), ql.live_bytes()) == before, "host handles or bytes left behind"
