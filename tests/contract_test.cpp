@@ -301,6 +301,20 @@ TEST(Contract, OptionsOutsideTheirTable) {
   });
 }
 
+// A 2-D input whose sizes claim more elements than a host array can hold is refused
+// before anything reads it (the block behind it holds one element).
+TEST(Contract, InputsClaimingMoreThanAHostArrayHolds) {
+  ForEachExport([](const ExportEntry& e) {
+    for (int k = 0; k < e.nargs; ++k) {
+      if (e.args[k].rank != 2 || (e.args[k].role != Role::In && e.args[k].role != Role::Inout)) continue;
+      SCOPED_TRACE(e.args[k].name);
+      Call c(e, std::string(e.args[k].name) + "=!50000x50000");
+      EXPECT_EQ(c.Run(), StatusOutOfMemory);
+      c.ExpectContract();
+    }
+  });
+}
+
 TEST(Contract, HandlesPassedTwice) {
   ForEachExport([](const ExportEntry& e) {
     Call clean(e, "");
@@ -437,7 +451,6 @@ const Row kRows[] = {
     {"LUH", nullptr, "A=3x0", StatusEmptyInput},
     {"LUH", nullptr, "A=null", StatusEmptyInput},
     {"LUH", nullptr, "A=4x4:sing", WarnSingular},
-    {"LUH", nullptr, "A=!50000x50000", StatusOutOfMemory},
     {"CholeskyH", nullptr, "A=0x3", StatusNotSquare},
     {"CholeskyH", nullptr, "A=3x0", StatusNotSquare},
     {"CholeskyH", nullptr, "A=2x3 option=7", StatusNotSquare},
@@ -502,8 +515,6 @@ const Row kRows[] = {
     {"DeterminantH", nullptr, "A=[1,2;3,4] matrixType=1 work=null iwork=null", StatusOk},
     {"DeterminantH", nullptr, "A=3x3 matrixType=2 work=null iwork=null", StatusOk},
     {"DeterminantH", nullptr, "A=3x3:hpd matrixType=1 iwork=null", StatusOk},
-    {"DeterminantH", nullptr, "A=!50000x50000", StatusOutOfMemory},
-    {"DeterminantH", nullptr, "A=!50000x50000 matrixType=1", StatusOutOfMemory},
 };
 
 TEST(Contract, FamilyStatusesInCheckOrder) {

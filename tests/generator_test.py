@@ -54,7 +54,7 @@ assert "/* first line\n * second line\n */" in header and "QuarzSideRight = 142"
 code = read(d, "exports_blas_gemm.cpp")
 z = code[code.index("koblas_zgemm"):]
 assert "ql::koblas_gemm<T>(C, ql::AsElem<T>(alpha), rwork, S, V, rank, side)" in z, z
-for role in ["ql::Out2<T>{C}", "ql::Work<ql::RealOf<T>>{rwork}", "ql::Out1<ql::RealOf<T>>{S}",
+for role in ["ql::Inout<T, 2>{{C}}", "ql::Work<ql::RealOf<T>>{rwork}", "ql::Out1<ql::RealOf<T>>{S}",
              "ql::Out2<ql::ComplexOf<T>>{V}", "ql::ScalarOut<int32_t>{rank, -1}", "(void)unused;"]:
     assert role in z, role
 

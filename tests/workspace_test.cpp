@@ -4,8 +4,6 @@
 // host_binding.cpp, the reference host and the BLAS/LAPACK package linked.
 #include <gtest/gtest.h>
 
-#if __has_include("frame/workspace.h")
-
 #include <algorithm>
 #include <cmath>
 #include <complex>
@@ -219,10 +217,3 @@ TYPED_TEST(GeqrfQuery, QueriedWorkspaceIsAcceptedByTheRoutine) {
 
 }  // namespace
 
-#else
-
-TEST(Workspace, NeedsTheLibrarySources) {
-  GTEST_SKIP() << "built without src/ on the include path; these tests run in their own target";
-}
-
-#endif

@@ -175,8 +175,10 @@ def role_object(arg):
     e = cpp_elem(arg)
     if arg.role == "in":
         return f"ql::In<{e}, {arg.rank}>{{{arg.name}}}"
-    if arg.role in ("out", "inout"):
+    if arg.role == "out":
         return f"ql::Out{arg.rank}<{e}>{{{arg.name}}}"
+    if arg.role == "inout":
+        return f"ql::Inout<{e}, {arg.rank}>{{{{{arg.name}}}}}"
     if arg.role == "work":
         return f"ql::Work<{e}>{{{arg.name}}}"
     if arg.role == "elem_out":

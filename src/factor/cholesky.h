@@ -9,9 +9,6 @@
 
 namespace ql {
 
-// Triangle options of CholeskyH.
-enum CholeskyTriangle : int32_t { CholeskyLower = 0, CholeskyUpper = 1 };
-
 // Option 0 leaves L (A = L·Lᴴ) in the lower triangle, option 1 leaves U (A = Uᴴ·U) in the
 // upper one; the other triangle is zeroed. The kernel reads the row-major block as its
 // transpose, so it is handed the opposite triangle letter and factors in place.
@@ -21,8 +18,8 @@ Status CholeskyH(ArrayHandle ah, int32_t option) {
   if (a.rows != a.cols) return StatusNotSquare;
   const int32_t n = a.rows;
   if (n < 1) return StatusEmptyInput;
-  if (option != CholeskyLower && option != CholeskyUpper) return StatusBadOption;
-  const bool lower = option == CholeskyLower;
+  if (option != QuarzCholeskyTriangleLower && option != QuarzCholeskyTriangleUpper) return StatusBadOption;
+  const bool lower = option == QuarzCholeskyTriangleLower;
   const lapack_int info = kernel::potrf(lower ? 'U' : 'L', n, a.data, n);
   if (Status s = FromInfo(info, StatusNotPositiveDefinite); s != StatusOk) return s;
   for (int32_t i = 0; i < n; ++i) {

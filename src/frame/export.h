@@ -27,12 +27,21 @@
 namespace ql {
 
 // Every role reports the handle it writes (null when it writes none), so the frame can
-// find handles passed twice.
+// find handles passed twice, and checks what it can before the operation runs.
+
+// A 2-D array read by an operation: rows x cols beyond the host's int32 element count
+// cannot describe a real host block, so it is refused before anything reads it.
+inline Status ReadableSize(ArrayHandle h, int rank) {
+  const int32_t* s = SizesOf(h);
+  if (rank != 2 || !s || s[0] < 1 || s[1] < 1) return StatusOk;
+  return HostCountFits(int64_t{s[0]} * s[1]) ? StatusOk : StatusOutOfMemory;
+}
 
 template <class T>
 struct Out1 {
   ArrayHandle h;
   ArrayHandle Written() const { return h; }
+  Status Check() const { return StatusOk; }
   void Finish(Status s) const {
     if (s < 0) ClearVector<T>(h);
   }
@@ -42,8 +51,23 @@ template <class T>
 struct Out2 {
   ArrayHandle h;
   ArrayHandle Written() const { return h; }
+  Status Check() const { return StatusOk; }
   void Finish(Status s) const {
     if (s < 0) ClearMatrix<T>(h);
+  }
+};
+
+// An array read and then overwritten in place.
+template <class T, int Rank>
+struct Inout : Out2<T> {
+  Status Check() const { return ReadableSize(this->h, Rank); }
+  void Finish(Status s) const {
+    if (s >= 0) return;
+    if constexpr (Rank == 2) {
+      ClearMatrix<T>(this->h);
+    } else {
+      ClearVector<T>(this->h);
+    }
   }
 };
 
@@ -51,6 +75,7 @@ template <class T>
 struct Work {
   ArrayHandle h;
   ArrayHandle Written() const { return h; }
+  Status Check() const { return StatusOk; }
   void Finish(Status) const { ClearVector<T>(h); }
 };
 
@@ -60,6 +85,7 @@ struct ScalarOut {
   T* p;
   T fail;
   ArrayHandle Written() const { return nullptr; }
+  Status Check() const { return StatusOk; }
   void Finish(Status s) const {
     if (s < 0 && p) *p = fail;
   }
@@ -73,6 +99,7 @@ template <class T, int Rank>
 struct In {
   ArrayHandle& h;
   ArrayHandle Written() const { return nullptr; }
+  Status Check() const { return ReadableSize(h, Rank); }
   void Finish(Status) const {}
 
   void Snapshot(std::unique_ptr<std::max_align_t[]>& storage, void*& block) const {
@@ -128,6 +155,7 @@ inline Status RunExport(Op&& op, Roles&&... roles) noexcept {
   Status s;
   try {
     s = frame::CheckSharing(roles...);
+    ((s = s == StatusOk ? roles.Check() : s), ...);
     if (s == StatusOk) {
       const ArrayHandle written[] = {roles.Written()..., nullptr};
       size_t k = 0;

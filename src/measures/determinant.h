@@ -11,13 +11,6 @@
 
 namespace ql {
 
-enum DeterminantMatrixType : int32_t {
-  DetGeneral = 0,
-  DetPositiveDefinite = 1,
-  DetUpperTriangular = 2,
-  DetLowerTriangular = 3,
-};
-
 namespace det {
 
 // Product of the n diagonal entries of a square n x n block (stride n + 1), formed in
@@ -87,14 +80,14 @@ Status DeterminantH(ArrayHandle ah, int32_t matrixType, T* result, ArrayHandle w
   const int32_t n = a.rows;
   const T* m = a.data;
   switch (matrixType) {
-    case DetUpperTriangular:
-    case DetLowerTriangular:
+    case QuarzDeterminantMatrixUpper:
+    case QuarzDeterminantMatrixLower:
       return Store(result, det::DiagonalProduct(m, n));
-    case DetGeneral:
-    case DetPositiveDefinite:
+    case QuarzDeterminantMatrixGeneral:
+    case QuarzDeterminantMatrixPositiveDefinite:
       if (n == 1) return Store(result, m[0]);
       if (n == 2) return Store(result, T(m[0] * m[3] - m[1] * m[2]));
-      return matrixType == DetGeneral ? det::General(m, n, result, work, iwork)
+      return matrixType == QuarzDeterminantMatrixGeneral ? det::General(m, n, result, work, iwork)
                                       : det::PositiveDefinite(m, n, result, work);
     default:
       return StatusBadOption;

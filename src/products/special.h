@@ -10,15 +10,6 @@
 
 namespace ql {
 
-enum SpecialMatrixType : int32_t {
-  SpecialIdentity = 0,
-  SpecialDiagonal = 1,
-  SpecialToeplitz = 2,
-  SpecialVandermonde = 3,
-  SpecialCompanion = 4,
-  SpecialHankel = 5,
-};
-
 namespace special {
 
 // A row of a Toeplitz or Hankel matrix: its head, then cols - 1 elements of `rest`
@@ -38,50 +29,50 @@ Status SpecialMtrxH(int32_t type, int32_t size, ArrayHandle xh, ArrayHandle yh, 
   const int32_t nx = x.n, ny = y.n;
   int32_t rows = size, cols = size;
   switch (type) {
-    case SpecialDiagonal:
-    case SpecialVandermonde:
+    case QuarzSpecialMatrixDiagonal:
+    case QuarzSpecialMatrixVandermonde:
       rows = cols = nx;
       break;
-    case SpecialToeplitz:
-    case SpecialHankel:
+    case QuarzSpecialMatrixToeplitz:
+    case QuarzSpecialMatrixHankel:
       rows = nx;
       cols = ny;
       break;
-    case SpecialCompanion:
+    case QuarzSpecialMatrixCompanion:
       rows = cols = nx - 1;  // nx >= 0, so no overflow
       break;
     default:
       break;
   }
-  if (rows < 1 || cols < 1) return type == SpecialCompanion ? StatusParameterTooSmall : StatusEmptyInput;
+  if (rows < 1 || cols < 1) return type == QuarzSpecialMatrixCompanion ? StatusParameterTooSmall : StatusEmptyInput;
   T* m;
   if (const Status s = ResizeMatrix<T>(Mh, rows, cols, &m); s != StatusOk) return s;
   // Checked after the resize: an unknown type still sizes M (the frame empties it).
-  if (static_cast<uint32_t>(type) > SpecialHankel) return StatusBadOption;
+  if (static_cast<uint32_t>(type) > QuarzSpecialMatrixHankel) return StatusBadOption;
 
   const int64_t nr = rows, nc = cols, count = nr * nc;
   switch (type) {
-    case SpecialIdentity:
+    case QuarzSpecialMatrixIdentity:
       FillValue(count, T(0), m);
       for (int64_t i = 0; i < nr; ++i) m[i * (nc + 1)] = T(1);
       break;
-    case SpecialDiagonal:
+    case QuarzSpecialMatrixDiagonal:
       FillValue(count, T(0), m);
       kernel::copy(nx, x.data, 1, m, nx + 1);
       break;
-    case SpecialToeplitz:
+    case QuarzSpecialMatrixToeplitz:
       // y[0] is never read: x[0] takes the shared corner.
       special::ShiftedRow(nc, x.data[0], y.data + 1, m);
       for (int64_t i = 1; i < nr; ++i) special::ShiftedRow(nc, x.data[i], m + (i - 1) * nc, m + i * nc);
       break;
-    case SpecialHankel: {
+    case QuarzSpecialMatrixHankel: {
       // y[0] is never read: x[nx - 1] takes the shared corner.
       T* last = m + (nr - 1) * nc;
       special::ShiftedRow(nc, x.data[nr - 1], y.data + 1, last);
       for (int64_t i = nr - 2; i >= 0; --i) special::ShiftedRow(nc, x.data[i], m + (i + 1) * nc, m + i * nc);
       break;
     }
-    case SpecialVandermonde:
+    case QuarzSpecialMatrixVandermonde:
       // Decreasing powers, built from the right: the last column is all ones.
       for (int64_t i = 0; i < nr; ++i) {
         T* row = m + i * nc;
@@ -89,7 +80,7 @@ Status SpecialMtrxH(int32_t type, int32_t size, ArrayHandle xh, ArrayHandle yh, 
         for (int64_t j = nc - 2; j >= 0; --j) row[j] = Mul(x.data[i], row[j + 1]);
       }
       break;
-    case SpecialCompanion:
+    case QuarzSpecialMatrixCompanion:
       // First row -x[j + 1] / x[0], ones below the diagonal. A zero leading coefficient
       // is not rejected: row 0 then holds infinities or NaN.
       FillValue(count, T(0), m);

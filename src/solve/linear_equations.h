@@ -12,14 +12,6 @@
 
 namespace ql {
 
-// Matrix types of the solvers.
-enum LinEqMatrixType : int32_t {
-  LinEqGeneral = 0,
-  LinEqPositiveDefinite = 1,
-  LinEqLowerTriangular = 2,
-  LinEqUpperTriangular = 3,
-};
-
 // The solver shared by LinEqH, LinEqSetH and other families: A is a row-major n x n
 // array, the k right-hand sides are the columns of the row-major n x k array b, and the
 // n x k solution goes to x (row-major; it may be b itself or A's block). valueScratch
@@ -29,13 +21,13 @@ template <class T>
 Status LinEqSolve(const T* a, int32_t n, const T* b, int32_t k, int32_t matrixType, T* x,
                   ArrayHandle valueScratch, ArrayHandle pivotScratch) {
   if (n < 1 || k < 1) return StatusEmptyInput;
-  if (matrixType < LinEqGeneral || matrixType > LinEqUpperTriangular) return StatusBadOption;
-  const bool triangular = matrixType >= LinEqLowerTriangular;
+  if (matrixType < QuarzLinEqMatrixGeneral || matrixType > QuarzLinEqMatrixUpper) return StatusBadOption;
+  const bool triangular = matrixType >= QuarzLinEqMatrixLower;
   const int64_t nn = int64_t{n} * n, nk = int64_t{n} * k;
   // No host array holds more than INT32_MAX elements: sizes that claim more cannot
   // describe the block behind them, which is then not read at all.
   if (!HostCountFits(nn) || !HostCountFits(nk)) return StatusOutOfMemory;
-  const bool aOk = triangular ? TriangleAccepted(a, n, matrixType == LinEqLowerTriangular)
+  const bool aOk = triangular ? TriangleAccepted(a, n, matrixType == QuarzLinEqMatrixLower)
                               : AllAccepted(a, nn);
   if (!aOk || !AllAccepted(b, nk)) return StatusNotFinite;
 
@@ -53,7 +45,7 @@ Status LinEqSolve(const T* a, int32_t n, const T* b, int32_t k, int32_t matrixTy
   lapack_int info;
   Status positive;
   switch (matrixType) {
-    case LinEqGeneral: {
+    case QuarzLinEqMatrixGeneral: {
       if (!pivotScratch) return StatusKernelError;
       int32_t* ipiv;
       if (Status s = ResizeVector<int32_t>(pivotScratch, n, &ipiv); s != StatusOk) return s;
@@ -63,7 +55,7 @@ Status LinEqSolve(const T* a, int32_t n, const T* b, int32_t k, int32_t matrixTy
       positive = StatusSingular;
       break;
     }
-    case LinEqPositiveDefinite:
+    case QuarzLinEqMatrixPositiveDefinite:
       // Copied as stored: the kernel sees Aᵀ and its upper triangle is A's lower one.
       std::memcpy(static_cast<void*>(scratch), a, sizeof(T) * size_t(nn));
       info = kernel::posv('U', n, k, scratch, n, rhs, n);
@@ -72,7 +64,7 @@ Status LinEqSolve(const T* a, int32_t n, const T* b, int32_t k, int32_t matrixTy
     default:
       // A's own block read as Aᵀ: 'U' is the host's lower triangle, and solving with the
       // transpose of that gives A·X = B.
-      info = kernel::trtrs(matrixType == LinEqLowerTriangular ? 'U' : 'L', 'T', 'N', n, k, a, n, rhs, n);
+      info = kernel::trtrs(matrixType == QuarzLinEqMatrixLower ? 'U' : 'L', 'T', 'N', n, k, a, n, rhs, n);
       positive = StatusSingular;
       break;
   }
