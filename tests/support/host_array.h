@@ -1,9 +1,10 @@
-// Test-side host arrays on the reference host runtime, and small helpers shared by the
-// test suites.
+// Host arrays on the reference host runtime for the test and benchmark programs that
+// call exports directly.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <complex>
 #include <cstdint>
 #include <cstring>
@@ -15,8 +16,6 @@
 #include "typed_api.h"
 
 namespace qt {
-
-using ElementTypes = ::testing::Types<float, double, std::complex<float>, std::complex<double>>;
 
 template <class T> struct Real { using type = T; };
 template <class R> struct Real<std::complex<R>> { using type = R; };
@@ -30,19 +29,7 @@ template <> constexpr int32_t TypeCode<double>() { return QuarzTypeDouble; }
 template <> constexpr int32_t TypeCode<std::complex<float>>() { return QuarzTypeComplexFloat; }
 template <> constexpr int32_t TypeCode<std::complex<double>>() { return QuarzTypeComplexDouble; }
 
-// Long double complex, the working type of the test oracles, and the conversions to it.
-using LC = std::complex<long double>;
-template <class T> LC Wide(const T& v) { return LC(std::real(v), std::imag(v)); }
-template <class T> T Narrow(const LC& v) {
-  if constexpr (kIsComplex<T>) return T(RealT<T>(v.real()), RealT<T>(v.imag()));
-  else return T(v.real());
-}
-
 template <class T> RealT<T> Eps() { return std::numeric_limits<RealT<T>>::epsilon(); }
-template <class T> bool IsNaN(const T& v) {
-  if constexpr (kIsComplex<T>) return std::isnan(v.real()) && std::isnan(v.imag());
-  else return std::isnan(v);
-}
 
 // An owned host array of element type T and rank 1 or 2; freed on destruction.
 template <class T>
@@ -58,17 +45,6 @@ class HostArray {
     if (!rowMajor.empty()) std::memcpy(a.data(), rowMajor.data(), rowMajor.size() * sizeof(T));
     return a;
   }
-  // A 2-D array whose sizes are written as given (negative ones included) with room for
-  // `room` elements: for inputs no host would normally build.
-  static HostArray RawMatrix(int32_t rows, int32_t cols, int32_t room = 0) {
-    HostArray a(2, {0, 0});
-    ArrayHandle h = a.h_;
-    EXPECT_EQ(NumericArrayResize(TypeCode<T>(), 2, &h, room), 0);
-    reinterpret_cast<int32_t*>(*a.h_)[0] = rows;
-    reinterpret_cast<int32_t*>(*a.h_)[1] = cols;
-    return a;
-  }
-
   HostArray(HostArray&& o) noexcept : h_(o.h_), rank_(o.rank_) { o.h_ = nullptr; }
   HostArray& operator=(HostArray&& o) noexcept {
     std::swap(h_, o.h_);
@@ -83,11 +59,6 @@ class HostArray {
   int32_t dim(int i) const { return KortArrayDim(h_, i); }
   int64_t size() const { return rank_ == 1 ? dim(0) : int64_t{dim(0)} * dim(1); }
   T* data() const { return static_cast<T*>(KortArrayData(h_, TypeCode<T>(), rank_)); }
-  std::vector<T> values() const {
-    int64_t n = size() > 0 ? size() : 0;
-    return std::vector<T>(data(), data() + n);
-  }
-  T& at(int32_t i, int32_t j) const { return data()[int64_t{i} * dim(1) + j]; }
 
  private:
   HostArray(int32_t rank, std::vector<int32_t> dims) : rank_(rank) {
@@ -114,23 +85,6 @@ std::vector<T> RandomValues(size_t n, unsigned seed) {
     else e = T(u(gen));
   }
   return v;
-}
-
-// Runs `call` once to count its host resizes, then again with each of them refused in
-// turn, handing the status of every refused run to `check`.
-template <class Call, class Check>
-void ForEachRefusedResize(Call call, Check check) {
-  int64_t before = KortResizeCount();
-  call();
-  int64_t resizes = KortResizeCount() - before;
-  ASSERT_GT(resizes, 0) << "the call made no resize to refuse";
-  for (int64_t k = 1; k <= resizes; ++k) {
-    KortFailResizeAt(k);
-    int32_t status = call();
-    KortFailResizeAt(0);
-    SCOPED_TRACE("resize " + std::to_string(k) + " of " + std::to_string(resizes) + " refused");
-    check(k, status);
-  }
 }
 
 }  // namespace qt
