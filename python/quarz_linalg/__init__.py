@@ -18,9 +18,11 @@ from ._exports import (EXPORTS, OPTIONS, MISSING, ComplexFloat, ComplexDouble, r
                        available, invoke, check_status, option_value)
 from .api import (dot, norm, mean, rms, matmul, matvec, vecmat, outer, kron, transpose,
                   trace, special, lu, cholesky, det, solve)
+from .svd import svd
 
 __all__ = [
     "QuarzError", "QuarzWarning", "raw", "invoke", "HostArray", "OPTIONS",
     "dot", "norm", "mean", "rms", "matmul", "matvec", "vecmat", "outer", "kron",
     "transpose", "trace", "special", "lu", "cholesky", "det", "solve",
+    "svd",
 ]

@@ -135,6 +135,14 @@ Status CheckSharing(const Roles&... roles) {
   return StatusOk;
 }
 
+// Roles whose handle is emptied as a 2-D array.
+template <class Role>
+struct IsMatrixRole : std::false_type {};
+template <class T>
+struct IsMatrixRole<Out2<T>> : std::true_type {};
+template <class T>
+struct IsMatrixRole<Inout<T, 2>> : std::true_type {};
+
 inline bool IsWritten(ArrayHandle h, const ArrayHandle* written, size_t n) {
   for (size_t i = 0; i < n; ++i) {
     if (written[i] == h) return true;
@@ -173,7 +181,15 @@ inline Status RunExport(Op&& op, Roles&&... roles) noexcept {
   } catch (...) {
     s = StatusKernelError;
   }
-  (roles.Finish(s), ...);
+  // Matrix handles first: when a written handle was refused for being passed both as a
+  // vector and as a matrix, emptying it as a matrix leaves both sizes 0, which reads as
+  // empty at either rank; emptied as a vector first, its block would end after the first
+  // size and the matrix clean-up would read past it.
+  auto finish = [s](const auto& role, bool matrices) {
+    if (frame::IsMatrixRole<std::decay_t<decltype(role)>>::value == matrices) role.Finish(s);
+  };
+  (finish(roles, true), ...);
+  (finish(roles, false), ...);
   return s;
 }
 

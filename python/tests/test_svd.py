@@ -1,0 +1,75 @@
+"""SVD and the measures on it against numpy/scipy: residual and orthogonality bounds from
+eps and size, singular values to within the backward error's 2-norm."""
+import numpy as np
+import pytest
+
+import quarz_linalg as ql
+from oracle import dtypes, is_complex, random_array, wide
+
+SHAPES = [(1, 1), (6, 6), (9, 4), (4, 9), (1, 5)]
+
+
+def eps(dtype):
+    return float(np.finfo(dtype).eps)
+
+
+def with_singular_values(rng, m, n, s, dtype):
+    """Q1 diag(s) Q2^H with random unitary factors: known singular values, any rank."""
+    q1, _ = np.linalg.qr(random_array(rng, (m, m), wide(dtype)))
+    q2, _ = np.linalg.qr(random_array(rng, (n, n), wide(dtype)))
+    k = min(m, n)
+    return ((q1[:, :k] * s) @ q2[:, :k].conj().T).astype(dtype)
+
+
+def inputs(rng, m, n, dtype):
+    k = min(m, n)
+    yield "random", random_array(rng, (m, n), dtype)
+    if k > 2:
+        yield "rank-deficient", with_singular_values(rng, m, n, np.r_[np.ones(k - 2), 0, 0], dtype)
+        yield "ill-conditioned", with_singular_values(rng, m, n, np.geomspace(1, 1e-30, k), dtype)
+
+
+def check_svd(a, u, s, v, dtype):
+    m, n = a.shape
+    w = wide(dtype)
+    e, mx = eps(dtype), max(m, n)
+    norm_a = np.linalg.norm(a.astype(w), 2)
+    k = min(m, n)
+    residual = np.linalg.norm(a.astype(w) - (u[:, :k].astype(w) * s) @ v[:, :k].astype(w).conj().T, 2)
+    assert residual <= 35 * mx * e * norm_a, "A - U diag(S) V^H"
+    for q, size in ((u, m), (v, n)):
+        q = q.astype(w)
+        assert np.linalg.norm(np.eye(q.shape[1]) - q.conj().T @ q, 2) <= 35 * size * e, "orthogonality"
+    # Weyl: each singular value moves by at most the 2-norm of the backward error.
+    ref = np.linalg.svd(a.astype(w), compute_uv=False)
+    assert np.all(np.abs(s - ref) <= 35 * mx * e * norm_a), "singular values"
+    assert np.all(np.diff(s) <= 0)
+
+
+# Faults: U and V swapped or V returned as V^H (residual), V not conjugated for complex
+# types (residual), economy and full shapes mixed up, S not real or not sorted.
+@dtypes
+@pytest.mark.parametrize("m,n", SHAPES)
+def test_svd_factors(dtype, m, n, rng):
+    k = min(m, n)
+    for what, a in inputs(rng, m, n, dtype):
+        for full in (False, True):
+            u, s, vh = ql.svd(a, full_matrices=full)
+            assert u.shape == ((m, m) if full else (m, k)) and vh.shape == ((n, n) if full else (k, n)), what
+            assert u.dtype == dtype and s.dtype == np.finfo(dtype).dtype and s.shape == (k,)
+            check_svd(a, u, s, vh.conj().T, dtype)
+        s_only = ql.svd(a, compute_uv=False)
+        ref = np.linalg.svd(a.astype(wide(dtype)), compute_uv=False)
+        assert np.all(np.abs(s_only - ref) <= 35 * max(m, n) * eps(dtype) * ref[0]), what
+
+
+@dtypes
+def test_svd_values_only_empties_vectors(dtype):
+    _, (u, s, v) = ql.invoke(letter(dtype) + "SVDH", np.array([[3, 0], [0, 4], [0, 0]], dtype), 1, 1)
+    assert u.shape == v.shape == (0, 0) and list(s) == [4, 3]
+    u, s, vh = ql.svd(np.array([[-3]], dtype))
+    assert s[0] == 3 and u[0, 0] * s[0] * vh[0, 0] == -3
+
+
+def letter(dtype):
+    return "sdcz"[[np.float32, np.float64, np.complex64, np.complex128].index(dtype)]
