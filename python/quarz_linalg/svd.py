@@ -21,3 +21,31 @@ def svd(a, full_matrices=True, compute_uv=True):
     vectors = OPTIONS["SVDVectors"]["full" if full_matrices else "economy"]
     u, s, v = invoke(letter + "SVDH", a, 0 if compute_uv else 1, vectors)[1]
     return (u, s, v.conj().T) if compute_uv else s
+
+
+_NORM_KINDS = {2: "two", 1: "one", "fro": "frobenius", np.inf: "infinity"}
+
+
+def _norm_kind(ord, default):
+    ord = default if ord is None else ord
+    try:
+        return OPTIONS["MatrixNorm"][_NORM_KINDS[ord]]
+    except (KeyError, TypeError):
+        raise ValueError(f"unsupported norm order {ord!r}: use 2, 1, 'fro' or inf") from None
+
+
+def matrix_norm(a, ord="fro"):
+    """Matrix norm as numpy.linalg.matrix_norm for ord 2 (largest singular value), 1
+    (largest column sum of moduli), 'fro' and inf (largest row sum); the negative orders
+    and 'nuc' are not offered. The Frobenius norm is summed without scaling, so it
+    overflows to inf where numpy's would not."""
+    a, letter = _mat(a)
+    return invoke(letter + "MtrxNormH", a, _norm_kind(ord, "fro"))[1][0]
+
+
+def matrix_rank(a, tol=None):
+    """Rank as numpy.linalg.matrix_rank: the number of singular values above tol, by
+    default max(M, N) * s_max * eps of the element type. Only 2-D inputs, no hermitian
+    or rtol arguments; the result is an int32."""
+    a, letter = _mat(a)
+    return invoke(letter + "RankH", a, -1.0 if tol is None else tol)[1][0]

@@ -73,3 +73,43 @@ def test_svd_values_only_empties_vectors(dtype):
 
 def letter(dtype):
     return "sdcz"[[np.float32, np.float64, np.complex64, np.complex128].index(dtype)]
+
+
+# Faults: column and row sums swapped (1 vs inf), |re| + |im| summed instead of moduli,
+# a NaN sum winning the maximum, the spectral norm not the largest singular value.
+@dtypes
+@pytest.mark.parametrize("m,n", [(5, 5), (7, 3), (1, 6)])
+def test_matrix_norms(dtype, m, n, rng):
+    a = random_array(rng, (m, n), dtype)
+    ref = a.astype(wide(dtype))
+    for ord in (2, 1, "fro", np.inf):
+        r = ql.matrix_norm(a, ord)
+        assert r.dtype == np.finfo(dtype).dtype
+        assert abs(r - np.linalg.norm(ref, ord)) <= 35 * m * n * eps(dtype) * np.linalg.norm(ref, ord), ord
+    b = np.array([[1, -2], [3, 4]], dtype)
+    assert [ql.matrix_norm(b, o) for o in (1, np.inf)] == [6, 7]
+    assert ql.matrix_norm(b) == np.sqrt(np.finfo(dtype).dtype.type(30))
+    if is_complex(dtype):
+        assert ql.matrix_norm(np.array([[3 + 4j]], dtype), 1) == ql.matrix_norm(np.array([[3 + 4j]], dtype), np.inf) == 5
+    inf = np.array([[1, np.inf], [np.nan, 1]], dtype)
+    assert ql.matrix_norm(inf[:1], 1) == ql.matrix_norm(inf[:1], np.inf) == ql.matrix_norm(inf[:1]) == np.inf
+    assert ql.matrix_norm(inf, 1) == np.inf   # the NaN column never wins
+
+
+# Faults: the default tolerance not scaled by max(m, n) or s_max, a tolerance of 0
+# replaced by the default, >= instead of >, NaN tolerance counting.
+@dtypes
+@pytest.mark.parametrize("m,n", [(6, 6), (8, 5), (3, 7)])
+def test_matrix_rank(dtype, m, n, rng):
+    k = min(m, n)
+    for r in range(k + 1):
+        s = np.r_[np.geomspace(1, 1e-2, r), np.zeros(k - r)]
+        a = with_singular_values(rng, m, n, s, dtype)
+        assert ql.matrix_rank(a) == np.linalg.matrix_rank(a) == r
+        # Explicit tolerances between the 2nd-smallest and smallest nonzero values.
+        if r:
+            assert ql.matrix_rank(a, 0.5 * s[r - 1]) == r and ql.matrix_rank(a, 2.0) == 0
+    assert ql.matrix_rank(np.zeros((m, n), dtype)) == ql.matrix_rank(np.zeros((m, n), dtype), 0) == 0
+    assert ql.matrix_rank(np.eye(m, n, dtype=dtype), np.nan) == 0
+    tiny = np.diag([1, 1e-20 if np.finfo(dtype).eps < 1e-10 else 1e-30]).astype(dtype)
+    assert (ql.matrix_rank(tiny), ql.matrix_rank(tiny, 0)) == (1, 2)
