@@ -20,9 +20,10 @@ extern "C" {
 /* Resizes the block behind *handle to hold `count` elements of the type code's element
  * type in a block of `numDims` dimensions (1 or 2); allocates a new handle when *handle
  * is null. Keeps the existing dimension sizes and elements (as far as they fit); the
- * caller writes the new sizes. Returns 0, or non-zero when refused. */
+ * caller writes the new sizes. Returns 0, or non-zero when refused (negative count,
+ * unknown type or rank, a block too large for the address space, no memory). */
 KORT_API int32_t NumericArrayResize(int32_t typeCode, int32_t numDims, ArrayHandle* handle,
-                                    int64_t count);
+                                    int32_t count);
 
 /* qsort over `count` elements of `elemSize` bytes. */
 KORT_API void QSort(void* base, int32_t count, int32_t elemSize,

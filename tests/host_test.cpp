@@ -46,9 +46,34 @@ TEST(ReferenceHost, RefusesBadRequests) {
   EXPECT_NE(NumericArrayResize(11, 1, &h, 1), 0);                 // unknown type code
   EXPECT_NE(NumericArrayResize(QuarzTypeFloat, 3, &h, 1), 0);     // rank 3
   EXPECT_NE(NumericArrayResize(QuarzTypeFloat, 1, &h, -1), 0);    // negative count
-  EXPECT_NE(NumericArrayResize(QuarzTypeFloat, 1, &h, INT64_MAX), 0);
+  EXPECT_NE(NumericArrayResize(QuarzTypeComplexDouble, 1, &h, INT32_MIN), 0);
   EXPECT_NE(NumericArrayResize(QuarzTypeFloat, 1, nullptr, 1), 0);
   EXPECT_EQ(a.dim(0), 1);
+}
+
+#if defined(__x86_64__) || defined(__aarch64__)
+// The count is an int32 in a 64-bit argument register whose upper half the caller need
+// not clear. A host that read the whole register (an int64 count) would take such a call
+// for a huge or negative count.
+TEST(ReferenceHost, ResizeReadsOnlyThe32BitCount) {
+  auto a = Vec<double>({1, 2});
+  ArrayHandle h = a.h();
+  using WideFn = int32_t (*)(int32_t, int32_t, ArrayHandle*, int64_t);
+  // (Through void (*)(), the generic function pointer type, to say the cast is meant.)
+  volatile WideFn wide = reinterpret_cast<WideFn>(reinterpret_cast<void (*)()>(&NumericArrayResize));
+  const int64_t dirty = static_cast<int64_t>(0xFFFFFFFF00000000ull | 5u);
+  const int64_t bytes = KortLiveBytes();
+  ASSERT_EQ(wide(QuarzTypeDouble, 1, &h, dirty), 0);
+  EXPECT_EQ(KortLiveBytes(), bytes + 3 * 8) << "the block grew from 2 to exactly 5 elements";
+}
+#endif
+
+TEST(ReferenceHost, NewArrayRefusesSizesWhoseByteCountOverflows) {
+  // 2^31 - 1 squared complex doubles: the element count fits 64 bits, the bytes do not.
+  const int32_t dims[2] = {INT32_MAX, INT32_MAX};
+  const int64_t handles = KortLiveHandles();
+  EXPECT_EQ(KortArrayNew(QuarzTypeComplexDouble, 2, dims), nullptr);
+  EXPECT_EQ(KortLiveHandles(), handles);
 }
 
 TEST(ReferenceHost, FailSwitchRefusesExactlyTheKthResize) {

@@ -1,8 +1,11 @@
 // Late binding of the host runtime's functions.
 //
 // The host's NumericArrayResize and QSort are looked up by name in the host runtime
-// module, found anew on every call (the host may switch modules at any time) and
-// re-resolved only when that module changes. No host at all ends the process.
+// module. The module is located on every call (the host may switch modules at any time,
+// or give each thread its own through a TLS slot); a function is looked up once per
+// module and the pair (module, address) is published as one immutable node, so a thread
+// can never combine one module with another module's address. No host at all ends the
+// process.
 #pragma once
 
 #include <atomic>
@@ -13,27 +16,41 @@
 
 namespace ql {
 
-// One per host function: the resolved address, the module it came from, its name.
+// A host function as resolved in one module. Written once before it is published and
+// never freed, so a reader that holds the pointer holds a consistent pair.
+struct BoundHostFunction {
+  void* module;
+  void* address;
+  // Modules the process had unloaded by then, as last seen: once more have gone, the
+  // handle may name a different module loaded since, and the entry is not used.
+  uint64_t unloads;
+  const BoundHostFunction* older;  // entries made before this one
+};
+
+// One per host function: every module it has been resolved in, newest first (a short
+// append-only list; alternating modules reuse their entries instead of looking up the
+// name again), and the function's name.
 template <size_t NameBytes>
 struct HostFunctionBinding {
-  std::atomic<void*> address;
-  std::atomic<void*> module;
+  std::atomic<const BoundHostFunction*> resolved;
   char name[NameBytes];
 };
 
-// The host runtime module by the documented search order, or null.
+// The host runtime module by the search order (TLS slot, announced module, main
+// program, libkort.so, libkoffrt.so), or null.
 void* LocateHostRuntime();
 
-// The function's address for the current host module; never returns without one.
-void* BindHostFunction(std::atomic<void*>& address, std::atomic<void*>& module, const char* name);
+// The function's address in the current host module; never returns without one.
+void* BindHostFunction(std::atomic<const BoundHostFunction*>& resolved, const char* name);
 
 template <size_t N>
 inline void* BindHostFunction(HostFunctionBinding<N>& record) {
-  return BindHostFunction(record.address, record.module, record.name);
+  return BindHostFunction(record.resolved, record.name);
 }
 
-// Forwarders: bind, then call the host function with the caller's arguments.
-int32_t HostResize(int32_t typeCode, int32_t numDims, ArrayHandle* handle, int64_t count);
+// Forwarders: bind, then call the host function with the caller's arguments. The host
+// counts elements in an int32; callers check that their counts fit.
+int32_t HostResize(int32_t typeCode, int32_t numDims, ArrayHandle* handle, int32_t count);
 void HostQSort(void* base, int32_t count, int32_t elemSize, int (*compare)(const void*, const void*));
 
 }  // namespace ql

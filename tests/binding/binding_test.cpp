@@ -60,6 +60,8 @@ struct Scenario {
   const char* expected_lines;  // each line must appear in stdout
 };
 
+void PrintTo(const Scenario& s, std::ostream* os) { *os << s.probe << ' ' << s.name; }
+
 class SearchOrder : public ::testing::TestWithParam<Scenario> {};
 
 TEST_P(SearchOrder, ServedByTheExpectedRuntime) {
@@ -96,8 +98,20 @@ INSTANTIATE_TEST_SUITE_P(
                  "slot kort=1 koffrt=0 main=0\nempty-slot kort=1 koffrt=1 main=0\nfinal kort=1 koffrt=2 main=0"},
         // A main program exporting only "AZNewHandle" is the host, ahead of libkort.so
         // (its resize serves the request through libkort's allocator, hence kort=1).
-        Scenario{"binding_probe_host", "main", "final kort=1 koffrt=0 main=1"}),
-    [](const auto& info) { return std::string(info.param.name); });
+        Scenario{"binding_probe_host", "main", "final kort=1 koffrt=0 main=1"},
+        // A program linked against libkoffrt.so sees its markers through its own handle
+        // without defining them; that does not make it the host, so libkort.so, found
+        // by name, comes first.
+        Scenario{"binding_probe_linked", "linked", "final kort=1 koffrt=0 main=0"},
+        // The search is remembered, but a module loaded since is found by the next one.
+        Scenario{"binding_probe", "loaded-later", "first kort=0 koffrt=1 main=0\nfinal kort=1 koffrt=1 main=0"},
+        // ... and a module unloaded since is not called (the answer is searched again).
+        Scenario{"binding_probe", "unloaded", "first kort=1 koffrt=0 main=0\nkort unloaded\nfinal kort=0 koffrt=1 main=0"}),
+    [](const auto& info) {
+      std::string name = info.param.name;
+      for (char& c : name) c = c == '-' ? '_' : c;
+      return name;
+    });
 
 TEST(Binding, NoHostEndsTheProcess) {
   Outcome o = RunProbe("binding_probe", "none");

@@ -2,8 +2,10 @@
 // process. It loads the library and the runtimes as the scenario says, makes calls that
 // resize an output, and prints which runtime served each resize.
 //
-// Built twice: plain, and with PROBE_MAIN_IS_HOST, where the program itself exports
-// "AZNewHandle" (but not "gKORTVersion") and its own NumericArrayResize.
+// Built three times: plain; with PROBE_MAIN_IS_HOST, where the program itself exports
+// "AZNewHandle" (but not "gKORTVersion") and its own NumericArrayResize; and with
+// PROBE_LINKS_KOFFRT, where the program is linked against libkoffrt.so, whose markers
+// are then in the global scope without the program defining any.
 #include <dlfcn.h>
 #include <pthread.h>
 
@@ -20,13 +22,17 @@ int64_t g_main_resizes = 0;
 }
 extern "C" __attribute__((visibility("default"))) ArrayHandle AZNewHandle(int64_t) { return nullptr; }
 extern "C" __attribute__((visibility("default"))) int32_t NumericArrayResize(int32_t typeCode, int32_t numDims,
-                                                                            ArrayHandle* h, int64_t count) {
+                                                                            ArrayHandle* h, int32_t count) {
   ++g_main_resizes;
   // Serve the request through libkort's allocator so the probe can free the handles alike.
-  static auto real = reinterpret_cast<int32_t (*)(int32_t, int32_t, ArrayHandle*, int64_t)>(
+  static auto real = reinterpret_cast<int32_t (*)(int32_t, int32_t, ArrayHandle*, int32_t)>(
       dlsym(dlopen(PROBE_LIB_DIR "/libkort.so", RTLD_LAZY | RTLD_NOLOAD), "NumericArrayResize"));
   return real(typeCode, numDims, h, count);
 }
+#endif
+
+#ifdef PROBE_LINKS_KOFFRT
+#include "kort.h"
 #endif
 
 namespace {
@@ -164,6 +170,35 @@ int main(int argc, char** argv) {
   } else if (scenario == "main") {
     g_kort = Load("libkort.so");
     OneResize();
+  } else if (scenario == "loaded-later") {
+    // A runtime loaded after the first search is found by the next one, in its place in
+    // the order (libkort.so before libkoffrt.so).
+    g_koffrt = Load("libkoffrt.so");
+    OneResize();
+    Report("first");
+    g_kort = Load("libkort.so");
+    OneResize();
+  } else if (scenario == "unloaded") {
+    // The runtime found first goes away; the next search finds the other one.
+    g_kort = Load("libkort.so");
+    g_koffrt = Load("libkoffrt.so");
+    OneResize();
+    Report("first");
+    dlclose(g_kort);
+    g_kort = nullptr;
+    std::printf("kort %s\n", dlopen(PROBE_LIB_DIR "/libkort.so", RTLD_LAZY | RTLD_NOLOAD) ? "still loaded" : "unloaded");
+    OneResize();
+#ifdef PROBE_LINKS_KOFFRT
+  } else if (scenario == "linked") {
+    // libkoffrt.so's markers are visible through the program's handle, but the program
+    // defines none: the search goes on by name and libkort.so comes first.
+    // (A call, not a read of gKORTVersion: reading it would copy the variable into the
+    // program, which would then define the marker.)
+    std::printf("linked koffrt resizes %lld\n", static_cast<long long>(KortResizeCount()));
+    g_koffrt = dlopen("libkoffrt.so", RTLD_LAZY | RTLD_NOLOAD);
+    g_kort = Load("libkort.so");
+    OneResize();
+#endif
   } else if (scenario == "missing") {
     // A module that is no host runtime: the function cannot be found in it.
     set_module(dlopen("libm.so.6", RTLD_NOW));
