@@ -1,0 +1,53 @@
+"""Eigenproblems, shaped like numpy.linalg.eig / eigh and scipy.linalg.eig(a, b).
+
+Differences from numpy: eigenvalues of general problems are always complex (also for
+real input whose eigenvalues happen to be real); eigh reads only the lower triangle
+(numpy's UPLO="L"). Generalized eigenvalues alpha / beta with beta = 0 come as the
+kernel gives them: +-inf + 0j (or NaN when alpha is 0 too) for real input, NaN + NaN j
+for complex input, where scipy gives inf.
+"""
+import numpy as np
+
+from ._exports import OPTIONS, invoke
+from ._host import letter_of
+
+
+def _square(a):
+    a = np.asarray(a)
+    if a.ndim != 2:
+        raise ValueError(f"expected a 2-D array, got shape {a.shape}")
+    return a
+
+
+def _config(vectors):
+    return OPTIONS["EigenOutput"]["vectors" if vectors else "values"]
+
+
+def eig(a, b=None, vectors=True):
+    """Eigenvalues w and right eigenvectors v (columns, unit norm) of A, A v = v diag(w);
+    with b, of the pencil: A v = w B v. vectors=False returns w alone."""
+    a = _square(a)
+    if b is None:
+        w, v = invoke(letter_of(a.dtype) + "EigenVH", a, _config(vectors))[1]
+    else:
+        b = _square(b)
+        w, v = invoke(letter_of(np.result_type(a, b)) + "GenEigenVH", a, b, _config(vectors))[1]
+    return (w, v) if vectors else w
+
+
+def eigvals(a, b=None):
+    return eig(a, b, vectors=False)
+
+
+def eigh(a, vectors=True):
+    """Ascending real eigenvalues w and orthonormal eigenvectors v of the symmetric
+    (Hermitian) matrix whose lower triangle `a` holds. vectors=False returns w alone."""
+    a = _square(a)
+    letter = letter_of(a.dtype)
+    name = ("HermEigenVH" if letter in "cz" else "SymEigenVH")
+    w, v = invoke(letter + name, a, _config(vectors))[1]
+    return (w, v) if vectors else w
+
+
+def eigvalsh(a):
+    return eigh(a, vectors=False)
