@@ -28,3 +28,52 @@ def qr(a, mode="full", pivoting=False):
     q, r, _, piv = invoke(letter + "QRH", a, 1 if pivoting else 0, size)[1]
     out = (r,) if mode == "r" else (q, r)
     return out + (piv,) if pivoting else out
+
+
+def _complex_input(a, letter, output):
+    if output not in ("real", "complex"):
+        raise ValueError('output must be "real" or "complex"')
+    if output == "complex" and letter in "sd":
+        return a.astype(np.complex64 if letter == "s" else np.complex128), "c" if letter == "s" else "z"
+    return a, letter
+
+
+def schur(a, output="real", sort=None, values=False):
+    """Schur decomposition as scipy.linalg.schur: (T, Z) with A = Z @ T @ Z^H, T upper
+    quasi-triangular (output "real" on real data) or triangular (output "complex", which
+    computes in complex arithmetic). sort: None (the kernel's order) or a name of
+    OPTIONS["SchurOrdering"] (real_increasing, real_decreasing, modulus_increasing,
+    modulus_decreasing: a stable sort of the diagonal blocks by real part or squared
+    modulus). values=True adds the eigenvalues in the order of T's diagonal."""
+    a, letter = _complex_input(*_mat(a), output)
+    ordering = option_value("SchurOrdering", "none" if sort is None else sort)
+    t, z, w = invoke(letter + "SchurH", a, 1, ordering)[1]
+    return (t, z, w) if values else (t, z)
+
+
+def _qz(a, b, output, sort, vectors=True):
+    a, la = _mat(a)
+    b, lb = _mat(b)
+    letter = letter_of(np.result_type(a, b))
+    a, letter = _complex_input(a.astype(np.result_type(a, b), copy=False), letter, output)
+    b = b.astype(a.dtype, copy=False)
+    ordering = option_value("SchurOrdering", "none" if sort is None else sort)
+    return invoke(letter + "QZH", a, b, 1 if vectors else 0, ordering)[1]
+
+
+def qz(a, b, output="real"):
+    """QZ decomposition as scipy.linalg.qz: (AA, BB, Q, Z) with A = Q @ AA @ Z^H and
+    B = Q @ BB @ Z^H; AA quasi-triangular (output "real" on real data) or triangular,
+    BB triangular. A 0/0 eigenvalue pair (singular pencil) issues a QuarzWarning
+    (WarnZeroPencil) and the factors are still returned."""
+    aa, bb, q, z, _, _ = _qz(a, b, output, None)
+    return aa, bb, q, z
+
+
+def ordqz(a, b, sort="real_increasing", output="real"):
+    """QZ decomposition with sorted generalized eigenvalues, returned as scipy.linalg.ordqz
+    does: (AA, BB, alpha, beta, Q, Z). sort: a name of OPTIONS["SchurOrdering"] (a stable
+    sort of the diagonal blocks by the real part or squared modulus of alpha/beta; an
+    infinite eigenvalue counts as +infinity, 0/0 sorts last), not scipy's selection."""
+    aa, bb, q, z, alpha, beta = _qz(a, b, output, sort)
+    return aa, bb, alpha, beta, q, z
