@@ -63,6 +63,13 @@ int32_t MarkBlocks(const T* t, int32_t n, const K& keyOf, int32_t* sizes, RealOf
   return count;
 }
 
+// Exchanges rows i and i + 1 and columns i and i + 1 of the column-major n x n matrix t.
+template <class T>
+void ExchangeAdjacent(T* t, int32_t n, int32_t i) {
+  std::swap_ranges(t + int64_t{i} * n, t + int64_t{i + 1} * n, t + int64_t{i + 1} * n);
+  for (int32_t c = 0; c < n; ++c) std::swap(t[int64_t{c} * n + i], t[int64_t{c} * n + i + 1]);
+}
+
 // True when the block sizes still match the subdiagonal of the column-major matrix t.
 template <class T>
 bool BlocksMatch(const T* t, int32_t n, const int32_t* sizes) {
@@ -181,18 +188,25 @@ Status SchurCompute(T* a, int32_t n, int32_t ordering, T* u, ComplexOf<T>* value
 
   if (reorder) {
     if constexpr (!kComplex) {
-      // A pair whose imaginary part is at rounding level is made real: its block's two
-      // off-diagonal entries become 0, giving two 1 x 1 blocks. Rounding level: |im|
-      // within n·ε of |re|, and |im| = sqrt(|b|·|c|) within ε of |b| + |c| (the smaller
-      // of the two off-diagonal entries is then below ε² times the larger).
+      // A pair whose imaginary part is at rounding level is made real, two 1 x 1 blocks
+      // with the pair's real part. Rounding level: |im| within n·ε of |re|, and
+      // |im| = sqrt(|b|·|c|) within ε of |b| + |c| for the block's off-diagonal entries
+      // b (above) and c (below). Only the smaller of b and c is set to 0: zeroing both
+      // would move A by the larger one, which need not be small (b = 1, c = -1e-40),
+      // while the smaller is at most |im|. When b is the smaller one the two rows and
+      // columns are first exchanged (an exact orthogonal similarity, applied to the
+      // Schur vectors too), which puts it below the diagonal.
       const R eps = Elem<T>::Epsilon();
       for (int32_t i = 0; i + 1 < n; ++i) {
         if (values[i].imag() == R(0)) continue;
         const R re = values[i].real(), im = std::abs(values[i].imag());
-        T& b = t[int64_t{i + 1} * n + i];
-        T& c = t[int64_t{i} * n + i + 1];
+        const T b = t[int64_t{i + 1} * n + i], c = t[int64_t{i} * n + i + 1];
         if (re != R(0) && im / std::abs(re) <= R(n) * eps && im <= eps * (std::abs(b) + std::abs(c))) {
-          b = c = T(0);
+          if (std::abs(b) < std::abs(c)) {
+            schur::ExchangeAdjacent(t, n, i);
+            if (vs) std::swap_ranges(vs + int64_t{i} * n, vs + int64_t{i + 1} * n, vs + int64_t{i + 1} * n);
+          }
+          t[int64_t{i} * n + i + 1] = T(0);
           values[i] = values[i + 1] = re;
         }
         ++i;
