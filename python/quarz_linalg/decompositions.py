@@ -52,11 +52,9 @@ def schur(a, output="real", sort=None, values=False):
 
 
 def _qz(a, b, output, sort, vectors=True):
-    a, la = _mat(a)
-    b, lb = _mat(b)
-    letter = letter_of(np.result_type(a, b))
-    a, letter = _complex_input(a.astype(np.result_type(a, b), copy=False), letter, output)
-    b = b.astype(a.dtype, copy=False)
+    common = np.result_type(_mat(a)[0], _mat(b)[0])
+    a, letter = _complex_input(np.asarray(a, dtype=common), letter_of(common), output)
+    b = np.asarray(b, dtype=a.dtype)
     ordering = option_value("SchurOrdering", "none" if sort is None else sort)
     return invoke(letter + "QZH", a, b, 1 if vectors else 0, ordering)[1]
 
