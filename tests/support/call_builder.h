@@ -136,6 +136,24 @@ class Call {
   }
   void ExpectContract() const { EXPECT_EQ(Violations(), "") << "status " << status_; }
 
+  // The status of the last Run, then the sizes and elements of everything it writes for
+  // the caller (outputs, in-place arrays, scalar results), for comparing two calls.
+  std::vector<unsigned char> Results() const {
+    std::vector<unsigned char> out(reinterpret_cast<const unsigned char*>(&status_),
+                                   reinterpret_cast<const unsigned char*>(&status_ + 1));
+    for (int k = 0; k < e_.nargs; ++k) {
+      const Role r = e_.args[k].role;
+      std::vector<unsigned char> b;
+      if (r == Role::Out || r == Role::Inout) b = Output(k);
+      if ((r == Role::ElemOut || r == Role::RealOut || r == Role::IntOut) && slots_[size_t(k)].v.p) {
+        const auto* p = static_cast<const unsigned char*>(slots_[size_t(k)].v.p);
+        b.assign(p, p + sizeof(Slot::scalar));
+      }
+      out.insert(out.end(), b.begin(), b.end());
+    }
+    return out;
+  }
+
   // Sizes and elements of argument `name`, for comparing two calls.
   std::vector<unsigned char> Output(int k) const { return Bytes(slots_[size_t(k)].v.h, e_.args[k]); }
 
