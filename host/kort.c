@@ -1,18 +1,43 @@
-/* Reference host runtime: relocatable array handles on the C heap. */
+/* Reference host runtime: relocatable array handles on a pooling memory manager. */
+#define _GNU_SOURCE
 #include "kort.h"
 
+#include <pthread.h>
 #include <stdatomic.h>
+#include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/mman.h>
 
-/* Each block carries a hidden prefix with its size, so accounting needs no table.
- * The prefix is 16 bytes to keep the block 16-byte aligned. */
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) && !defined(__SANITIZE_ADDRESS__)
+#define __SANITIZE_ADDRESS__ 1
+#endif
+#endif
+/* Under AddressSanitizer the capacity a block keeps beyond what it holds, and every cached
+ * free block, is poisoned: reading past an array or through a stale block pointer is
+ * still reported although the memory stays ours. */
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/asan_interface.h>
+#define POISON(p, n) ASAN_POISON_MEMORY_REGION((p), (size_t)(n))
+#define UNPOISON(p, n) ASAN_UNPOISON_MEMORY_REGION((p), (size_t)(n))
+#else
+#define POISON(p, n) ((void)(p), (void)(n))
+#define UNPOISON(p, n) ((void)(p), (void)(n))
+#endif
+
+/* Each block carries a hidden prefix with what it holds and what it can hold, so
+ * accounting needs no table. The prefix is 16 bytes to keep the block 16-byte aligned. */
 typedef struct {
-  int64_t bytes;
-  int64_t pad;
+  int64_t bytes;     /* held: what the last resize asked for */
+  int64_t capacity;  /* usable bytes behind the prefix */
 } BlockPrefix;
 
-enum { kRefused = 2 };
+enum { kRefused = 2, kPrefix = (int)sizeof(BlockPrefix) };
+
+#define HUGE_PAGE_BYTES ((int64_t)2 << 20)
+/* Beyond any address space a process gets; keeps the size-class arithmetic in range. */
+#define MAX_BLOCK_BYTES (((int64_t)1 << 46) - kPrefix)
 
 /* Both runtime copies export this marker, and a host may load one into the global scope
  * and the other beside it. AddressSanitizer would report the pair as one variable defined
@@ -21,28 +46,228 @@ __attribute__((section(".rodata.kort_version"))) const int32_t gKORTVersion = 0x
 
 static atomic_llong live_handles;
 static atomic_llong live_bytes;
+static atomic_llong kept_bytes;
+static atomic_llong cached_bytes;
 static atomic_llong resize_calls;
-static atomic_llong fail_countdown;
+/* 0 disarmed; k > 0 refuses the k-th call from now; -k refuses the k-th and all later
+ * ones (-1: every call). */
+static atomic_llong fail_state;
 
 static void* block_of(BlockPrefix* p) { return p ? (void*)(p + 1) : NULL; }
 static BlockPrefix* prefix_of(void* block) { return block ? (BlockPrefix*)block - 1 : NULL; }
 
-/* Whether a block of `bytes` (plus its prefix) can be asked of the allocator at all. Where
- * size_t is 64 bits wide only negative sizes fail here. */
-static int block_fits(int64_t bytes) {
-  return bytes >= 0 && (uint64_t)bytes <= (uint64_t)(SIZE_MAX - sizeof(BlockPrefix));
+/* ---- Large blocks: mapped in size classes -------------------------------------------- */
+
+/* Spans (prefix included) of large blocks: KORT_LARGE_BLOCK_BYTES, then four classes per
+ * doubling. The smallest span of a class that holds `need` bytes. */
+static int64_t class_span(int64_t need) {
+  if (need <= KORT_LARGE_BLOCK_BYTES) return KORT_LARGE_BLOCK_BYTES;
+  int octave = 63 - __builtin_clzll((unsigned long long)(need - 1));
+  int64_t step = (int64_t)1 << (octave - 2);
+  return (need + step - 1) / step * step;
 }
 
-/* Grows or shrinks a block to `bytes`; zero-fills only what a new block gets. */
-static int resize_block(struct QuarzArrayBlock** master, int64_t bytes) {
-  if (!block_fits(bytes)) return kRefused;
-  BlockPrefix* old = prefix_of(*master);
-  BlockPrefix* p = (BlockPrefix*)realloc(old, sizeof(BlockPrefix) + (size_t)bytes);
-  if (!p) return kRefused;
-  int64_t before = old ? p->bytes : 0;
-  if (!old) memset(p + 1, 0, (size_t)bytes);
+static int class_index(int64_t span) {
+  int octave = 63 - __builtin_clzll((unsigned long long)span);
+  return 4 * (octave - 16) + (int)(span >> (octave - 2)) - 4;
+}
+
+static int is_large(const BlockPrefix* p) { return p->capacity + kPrefix >= KORT_LARGE_BLOCK_BYTES; }
+static int64_t span_of(const BlockPrefix* p) { return p->capacity + kPrefix; }
+
+static BlockPrefix* map_block(int64_t span) {
+  const int prot = PROT_READ | PROT_WRITE, flags = MAP_PRIVATE | MAP_ANONYMOUS;
+  if (span < HUGE_PAGE_BYTES) {
+    void* p = mmap(NULL, (size_t)span, prot, flags, -1, 0);
+    return p == MAP_FAILED ? NULL : (BlockPrefix*)p;
+  }
+  /* Map a huge page more and cut both ends, so that the block starts on a huge-page
+   * boundary and every whole huge page inside it can be one. */
+  char* raw = (char*)mmap(NULL, (size_t)(span + HUGE_PAGE_BYTES), prot, flags, -1, 0);
+  if (raw == MAP_FAILED) return NULL;
+  char* start = (char*)(((uintptr_t)raw + HUGE_PAGE_BYTES - 1) & ~(uintptr_t)(HUGE_PAGE_BYTES - 1));
+  size_t head = (size_t)(start - raw), tail = (size_t)HUGE_PAGE_BYTES - head;
+  if (head) munmap(raw, head);
+  if (tail) munmap(start + span, tail);
+#ifdef MADV_HUGEPAGE
+  madvise(start, (size_t)span, MADV_HUGEPAGE); /* advice only: refused advice costs nothing */
+#endif
+  return (BlockPrefix*)start;
+}
+
+static void unmap_block(BlockPrefix* p) {
+  int64_t span = span_of(p);
+  /* The shadow of a poisoned range outlives the mapping; the next mapping there is not ours. */
+  UNPOISON(p, span);
+  munmap(p, (size_t)span);
+}
+
+/* ---- The cache of free large blocks ---------------------------------------------------- */
+
+/* Lives in a cached block's own memory, right behind its prefix. */
+typedef struct FreeBlock FreeBlock;
+struct FreeBlock {
+  FreeBlock *class_newer, *class_older; /* blocks of the same class */
+  FreeBlock *newer, *older;             /* all cached blocks, in release order */
+};
+
+enum { kClasses = 4 * (46 - 16) + 4 };
+
+static pthread_mutex_t cache_lock = PTHREAD_MUTEX_INITIALIZER;
+static FreeBlock* class_newest[kClasses];
+static FreeBlock *cache_newest, *cache_oldest;
+
+static BlockPrefix* prefix_of_free(FreeBlock* f) { return (BlockPrefix*)f - 1; }
+
+/* Under cache_lock. */
+static void unlink_free(FreeBlock* f, int index) {
+  if (f->class_newer) f->class_newer->class_older = f->class_older;
+  else class_newest[index] = f->class_older;
+  if (f->class_older) f->class_older->class_newer = f->class_newer;
+  if (f->newer) f->newer->older = f->older;
+  else cache_newest = f->older;
+  if (f->older) f->older->newer = f->newer;
+  else cache_oldest = f->newer;
+  atomic_fetch_sub(&cached_bytes, span_of(prefix_of_free(f)));
+}
+
+static BlockPrefix* cache_take(int64_t span) {
+  if (span > KORT_CACHE_CAP_BYTES) return NULL;
+  int index = class_index(span);
+  pthread_mutex_lock(&cache_lock);
+  FreeBlock* f = class_newest[index];
+  if (f) unlink_free(f, index);
+  pthread_mutex_unlock(&cache_lock);
+  return f ? prefix_of_free(f) : NULL;
+}
+
+/* Caches a large block that no handle holds any more, returning the least recently cached
+ * blocks to the system while the cache would exceed its cap. */
+static void cache_put(BlockPrefix* p) {
+  int64_t span = span_of(p);
+  if (span > KORT_CACHE_CAP_BYTES) {
+    unmap_block(p);
+    return;
+  }
+  FreeBlock* f = (FreeBlock*)(p + 1);
+  UNPOISON(f, sizeof *f);
+  POISON(f + 1, p->capacity - (int64_t)sizeof *f);
+  FreeBlock* evicted = NULL; /* chained through class_older once unlinked */
+  int index = class_index(span);
+  pthread_mutex_lock(&cache_lock);
+  f->class_newer = NULL;
+  f->class_older = class_newest[index];
+  if (f->class_older) f->class_older->class_newer = f;
+  class_newest[index] = f;
+  f->newer = NULL;
+  f->older = cache_newest;
+  if (cache_newest) cache_newest->newer = f;
+  else cache_oldest = f;
+  cache_newest = f;
+  atomic_fetch_add(&cached_bytes, span);
+  while (atomic_load(&cached_bytes) > KORT_CACHE_CAP_BYTES) {
+    FreeBlock* old = cache_oldest;
+    unlink_free(old, class_index(span_of(prefix_of_free(old))));
+    old->class_older = evicted;
+    evicted = old;
+  }
+  pthread_mutex_unlock(&cache_lock);
+  while (evicted) {
+    FreeBlock* next = evicted->class_older;
+    unmap_block(prefix_of_free(evicted));
+    evicted = next;
+  }
+}
+
+void KortTrimPool(void) {
+  pthread_mutex_lock(&cache_lock);
+  FreeBlock* all = cache_newest;
+  for (int i = 0; i < kClasses; ++i) class_newest[i] = NULL;
+  cache_newest = cache_oldest = NULL;
+  atomic_store(&cached_bytes, 0);
+  pthread_mutex_unlock(&cache_lock);
+  while (all) {
+    FreeBlock* next = all->older;
+    unmap_block(prefix_of_free(all));
+    all = next;
+  }
+}
+
+/* ---- Blocks of handles ------------------------------------------------------------------ */
+
+/* A block with room for `bytes`, its capacity set; *zeroed tells whether its memory is
+ * known to be zero (fresh from the system). Held and kept bytes are the caller's to count. */
+static BlockPrefix* acquire_block(int64_t bytes, int* zeroed) {
+  int64_t need = bytes + kPrefix;
+  BlockPrefix* p;
+  *zeroed = 0;
+  if (need < KORT_LARGE_BLOCK_BYTES) {
+    p = (BlockPrefix*)malloc((size_t)need);
+    if (p) p->capacity = bytes;
+    return p;
+  }
+  int64_t span = class_span(need);
+  p = cache_take(span);
+  if (!p) {
+    p = map_block(span);
+    *zeroed = 1;
+  }
+  if (p) p->capacity = span - kPrefix;
+  return p;
+}
+
+static void release_block(BlockPrefix* p) {
+  if (is_large(p)) {
+    cache_put(p);
+  } else {
+    UNPOISON(p + 1, p->capacity);
+    free(p);
+  }
+}
+
+/* Makes the first `bytes` of the block's capacity addressable, the rest poisoned. */
+static void set_held(BlockPrefix* p, int64_t bytes) {
   p->bytes = bytes;
+  UNPOISON(p + 1, bytes);
+  POISON((char*)(p + 1) + bytes, p->capacity - bytes);
+}
+
+/* Adds `delta` to the kept capacity; an increase only while the total stays within its
+ * cap. Returns whether it was added. */
+static int add_kept(int64_t delta) {
+  long long kept = atomic_load(&kept_bytes);
+  do {
+    if (delta > 0 && kept + delta > KORT_KEEP_CAP_BYTES) return 0;
+  } while (!atomic_compare_exchange_weak(&kept_bytes, &kept, kept + delta));
+  return 1;
+}
+
+/* Grows or shrinks a block to `bytes`: in place within its capacity, unless a shrink
+ * would keep more than the cap allows; otherwise the contents move to another block.
+ * Zero-fills only what a new block gets. */
+static int resize_block(struct QuarzArrayBlock** master, int64_t bytes) {
+  if (bytes < 0 || bytes > MAX_BLOCK_BYTES) return kRefused;
+  BlockPrefix* old = prefix_of(*master);
+  if (old && bytes <= old->capacity) {
+    /* What a block of the same size class would keep anyway is not kept by choice. */
+    int64_t need = bytes + kPrefix, delta = old->bytes - bytes;
+    int same_class = is_large(old) && need >= KORT_LARGE_BLOCK_BYTES && class_span(need) == span_of(old);
+    if (same_class ? (atomic_fetch_add(&kept_bytes, delta), 1) : add_kept(delta)) {
+      atomic_fetch_add(&live_bytes, -delta);
+      set_held(old, bytes);
+      return 0;
+    }
+  }
+  int zeroed;
+  BlockPrefix* p = acquire_block(bytes, &zeroed);
+  if (!p) return kRefused;
+  set_held(p, bytes);
+  int64_t before = old ? old->bytes : 0;
+  if (old) memcpy(p + 1, old + 1, (size_t)(before < bytes ? before : bytes));
+  else if (!zeroed) memset(p + 1, 0, (size_t)bytes);
+  atomic_fetch_add(&kept_bytes, (p->capacity - bytes) - (old ? old->capacity - before : 0));
   atomic_fetch_add(&live_bytes, bytes - before);
+  if (old) release_block(old);
   *master = (struct QuarzArrayBlock*)block_of(p);
   return 0;
 }
@@ -67,7 +292,8 @@ static void dispose_handle(ArrayHandle handle) {
   BlockPrefix* p = prefix_of(*handle);
   if (p) {
     atomic_fetch_sub(&live_bytes, p->bytes);
-    free(p);
+    atomic_fetch_sub(&kept_bytes, p->capacity - p->bytes);
+    release_block(p);
   }
   free(handle);
   atomic_fetch_sub(&live_handles, 1);
@@ -98,10 +324,11 @@ int32_t KortElementOffset(int32_t typeCode, int32_t numDims) { return element_of
 
 int32_t NumericArrayResize(int32_t typeCode, int32_t numDims, ArrayHandle* handle, int32_t count) {
   atomic_fetch_add(&resize_calls, 1);
-  long long armed = atomic_load(&fail_countdown);
-  while (armed > 0 && !atomic_compare_exchange_weak(&fail_countdown, &armed, armed - 1)) {
+  long long armed = atomic_load(&fail_state);
+  while (armed != 0 && armed != -1 &&
+         !atomic_compare_exchange_weak(&fail_state, &armed, armed > 0 ? armed - 1 : armed + 1)) {
   }
-  if (armed == 1) return kRefused;
+  if (armed == 1 || armed == -1) return kRefused;
 
   int32_t offset = element_offset(typeCode, numDims);
   int32_t size = element_size(typeCode);
@@ -152,5 +379,8 @@ void* KortArrayData(ArrayHandle handle, int32_t typeCode, int32_t numDims) {
 
 int64_t KortLiveHandles(void) { return atomic_load(&live_handles); }
 int64_t KortLiveBytes(void) { return atomic_load(&live_bytes); }
+int64_t KortKeptBytes(void) { return atomic_load(&kept_bytes); }
+int64_t KortCachedBytes(void) { return atomic_load(&cached_bytes); }
 int64_t KortResizeCount(void) { return atomic_load(&resize_calls); }
-void KortFailResizeAt(int64_t k) { atomic_store(&fail_countdown, k > 0 ? k : 0); }
+void KortFailResizeAt(int64_t k) { atomic_store(&fail_state, k > 0 ? k : 0); }
+void KortFailResizeFrom(int64_t k) { atomic_store(&fail_state, k > 0 ? -k : 0); }

@@ -51,13 +51,53 @@ KORT_API int32_t KortArrayDim(ArrayHandle handle, int32_t i);
 /* Address of the first element for the given type code and rank (NULL for a null block). */
 KORT_API void* KortArrayData(ArrayHandle handle, int32_t typeCode, int32_t numDims);
 
+/* ---- Memory pool --------------------------------------------------------------------
+ *
+ * Blocks are pooled, so that a program that empties and regrows the same arrays (every
+ * export does so with its work handles, on every call) neither hands memory back to the
+ * system nor faults it in again each time:
+ *
+ * - A handle keeps its block's capacity when it shrinks: emptying a handle and growing it
+ *   again up to its former size neither moves the block nor asks the system for memory.
+ *   The capacity that all live handles together keep beyond what they hold is limited to
+ *   KORT_KEEP_CAP_BYTES; a shrink that would pass the limit moves the contents into a
+ *   block of the new size and releases the old block.
+ * - Blocks of KORT_LARGE_BLOCK_BYTES and more are mapped from the system in size classes,
+ *   four per doubling (a block holds at most a quarter more than asked for); blocks of
+ *   2 MiB and more start on a 2 MiB boundary and are advised for transparent huge pages.
+ *   Smaller blocks live on the C heap, whose own free lists serve them.
+ * - A large block that its handle releases (on disposal, or when the contents move) goes
+ *   to a cache of free blocks by size class; the next block of that class is taken from
+ *   there, most recently released first. The cache holds at most KORT_CACHE_CAP_BYTES: a
+ *   release that would pass the cap first returns the least recently released blocks to
+ *   the system, and a block larger than the cap goes back at once. KortTrimPool returns
+ *   the whole cache.
+ *
+ * So a process holds at most KORT_KEEP_CAP_BYTES + KORT_CACHE_CAP_BYTES beyond what its
+ * handles hold (plus the size-class rounding of the blocks they hold), and gets all of it
+ * back by disposing of its handles and calling KortTrimPool. Every entry may be called
+ * from any thread; the counters are atomic and one mutex guards the cache's lists only.
+ * Handles are reachable only from their owners, so a leak checker reports a handle that
+ * is never disposed of. */
+#define KORT_LARGE_BLOCK_BYTES ((int64_t)64 << 10)
+#define KORT_KEEP_CAP_BYTES ((int64_t)128 << 20)
+#define KORT_CACHE_CAP_BYTES ((int64_t)128 << 20)
+
+/* Returns every cached free block to the system. */
+KORT_API void KortTrimPool(void);
+
 /* ---- Accounting and failure injection --------------------------------------------- */
 
 KORT_API int64_t KortLiveHandles(void);   /* handles allocated and not yet freed */
-KORT_API int64_t KortLiveBytes(void);     /* bytes held in blocks */
+KORT_API int64_t KortLiveBytes(void);     /* bytes held in blocks (what handles hold) */
+KORT_API int64_t KortKeptBytes(void);     /* capacity kept by live handles beyond that */
+KORT_API int64_t KortCachedBytes(void);   /* bytes of free blocks in the cache */
 KORT_API int64_t KortResizeCount(void);   /* NumericArrayResize calls so far */
 /* Makes the k-th NumericArrayResize call from now (1 = the next) fail; 0 disarms. */
 KORT_API void KortFailResizeAt(int64_t k);
+/* Makes the k-th NumericArrayResize call from now and every later one fail, until
+ * disarmed with 0 (here or in KortFailResizeAt). Each call replaces the other's setting. */
+KORT_API void KortFailResizeFrom(int64_t k);
 
 #ifdef __cplusplus
 }
