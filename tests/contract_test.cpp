@@ -556,6 +556,33 @@ const Row kRows[] = {
     {"RankH", "cz", "A=[1,-bigj]", StatusNotFinite},
     {"RankH", nullptr, "A=4x4:zero tolerance=nan", StatusOk},
     {"RankH", nullptr, "A=3x5 tolerance=-1", StatusOk},
+    {"InvMtrxH", nullptr, "A=0x3", StatusEmptyInput},
+    {"InvMtrxH", nullptr, "A=0x0 matrixType=9", StatusEmptyInput},
+    {"InvMtrxH", nullptr, "A=null", StatusEmptyInput},
+    {"InvMtrxH", nullptr, "A=3x0", StatusNotSquare},
+    {"InvMtrxH", nullptr, "A=2x3 matrixType=9", StatusNotSquare},
+    {"InvMtrxH", nullptr, "A=[4] matrixType=4", StatusBadOption},
+    {"InvMtrxH", nullptr, "A=[1,2;2,4]", StatusSingular},
+    {"InvMtrxH", nullptr, "A=[1,2;2,4] valueScratch=null", StatusSingular},  // found before the work is sized
+    {"InvMtrxH", nullptr, "A=[1,2;2,4] pivotScratch=null", StatusKernelError},
+    {"InvMtrxH", nullptr, "A=[1,2;2,1] matrixType=1", StatusNotPositiveDefinite},
+    {"InvMtrxH", nullptr, "A=[1,0;2,1] matrixType=1", StatusNotPositiveDefinite},  // reads the lower triangle
+    {"InvMtrxH", nullptr, "A=[1,5;0,1] matrixType=1", StatusOk},
+    {"InvMtrxH", nullptr, "A=[1,0;3,0] matrixType=2", StatusSingular},
+    {"InvMtrxH", nullptr, "A=[0,3;0,1] matrixType=3", StatusSingular},
+    {"InvMtrxH", nullptr, "A=[1,nan;0,1] matrixType=2", StatusOk},
+    {"InvMtrxH", nullptr, "matrixType=1 valueScratch=null pivotScratch=null", StatusOk},
+    {"InvMtrxH", nullptr, "matrixType=3 valueScratch=null pivotScratch=null", StatusOk},
+    {"PseudoInvMtrxH", nullptr, "A=0x3", StatusEmptyInput},
+    {"PseudoInvMtrxH", nullptr, "A=3x0 values=null", StatusEmptyInput},
+    {"PseudoInvMtrxH", nullptr, "A=[nan]", StatusNotFinite},
+    {"PseudoInvMtrxH", nullptr, "A=[1,inf] values=null", StatusKernelError},
+    {"PseudoInvMtrxH", nullptr, "A=[1,inf] vectors=null", StatusKernelError},
+    {"PseudoInvMtrxH", nullptr, "A=[1,inf] work=null", StatusNotFinite},
+    {"PseudoInvMtrxH", "cz", "A=[1,bigj;0,1]", StatusNotFinite},
+    {"PseudoInvMtrxH", nullptr, "A=4x4:zero", StatusOk},
+    {"PseudoInvMtrxH", nullptr, "A=3x5 tolerance=-1", StatusOk},
+    {"PseudoInvMtrxH", nullptr, "A=5x2 tolerance=nan", StatusOk},
 };
 
 TEST(Contract, FamilyStatusesInCheckOrder) {

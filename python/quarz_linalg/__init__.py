@@ -5,7 +5,8 @@ Two layers:
   argument list (handles are HostArray objects, scalars by value, outputs by pointer),
   bound at import time from the kind table that the build writes beside the library;
 - numpy-style functions: dot, norm, mean, rms, matmul, matvec, vecmat, outer, kron,
-  transpose, trace, special, lu, cholesky, solve, det; svd, matrix_norm, matrix_rank.
+  transpose, trace, special, lu, cholesky, solve, det; svd, matrix_norm, cond,
+  matrix_rank, inv, pinv.
 
 `invoke(name, *inputs)` runs any export by the roles of its arguments. The libraries are
 found through QUARZ_LINALG_LIBDIR, else <repo>/build, else the system loader path.
@@ -18,11 +19,11 @@ from ._exports import (EXPORTS, OPTIONS, MISSING, ComplexFloat, ComplexDouble, r
                        available, invoke, check_status, option_value)
 from .api import (dot, norm, mean, rms, matmul, matvec, vecmat, outer, kron, transpose,
                   trace, special, lu, cholesky, det, solve)
-from .svd import svd, matrix_norm, matrix_rank
+from .svd import svd, matrix_norm, cond, matrix_rank, inv, pinv
 
 __all__ = [
     "QuarzError", "QuarzWarning", "raw", "invoke", "HostArray", "OPTIONS",
     "dot", "norm", "mean", "rms", "matmul", "matvec", "vecmat", "outer", "kron",
     "transpose", "trace", "special", "lu", "cholesky", "det", "solve",
-    "svd", "matrix_norm", "matrix_rank",
+    "svd", "matrix_norm", "cond", "matrix_rank", "inv", "pinv",
 ]

@@ -1,7 +1,7 @@
 """numpy-style functions over the SVD family: svd, and the measures built on it."""
 import numpy as np
 
-from ._exports import OPTIONS, invoke
+from ._exports import OPTIONS, invoke, option_value
 from ._host import letter_of
 
 
@@ -43,9 +43,34 @@ def matrix_norm(a, ord="fro"):
     return invoke(letter + "MtrxNormH", a, _norm_kind(ord, "fro"))[1][0]
 
 
+def cond(a, p=None):
+    """Condition number as numpy.linalg.cond for p None or 2 (s_max / s_min, any shape),
+    1, 'fro' and inf (norm(A) * norm(inv(A)), square A). A singular matrix gives inf
+    without a warning or an error."""
+    a, letter = _mat(a)
+    return invoke(letter + "CondNumberH", a, _norm_kind(p, 2))[1][0]
+
+
 def matrix_rank(a, tol=None):
     """Rank as numpy.linalg.matrix_rank: the number of singular values above tol, by
     default max(M, N) * s_max * eps of the element type. Only 2-D inputs, no hermitian
     or rtol arguments; the result is an int32."""
     a, letter = _mat(a)
     return invoke(letter + "RankH", a, -1.0 if tol is None else tol)[1][0]
+
+
+def inv(a, kind="general"):
+    """Inverse as numpy.linalg.inv, by kind: a name of OPTIONS["LinEqMatrix"] or its
+    number. general: LU. positive_definite: Cholesky, reads only the lower triangle and
+    returns the full Hermitian inverse. lower / upper: only that triangle is inverted,
+    the other one is returned as it was given. A singular matrix raises QuarzError."""
+    a, letter = _mat(a)
+    return invoke(letter + "InvMtrxH", a, option_value("LinEqMatrix", kind))[1][0]
+
+
+def pinv(a, tol=None):
+    """Moore-Penrose pseudo-inverse from the thin SVD. Unlike numpy.linalg.pinv's rcond
+    (relative to the largest singular value) tol is absolute: singular values at or below
+    it count as zero. The default, max(M, N) * s_max * eps, is numpy's default cutoff."""
+    a, letter = _mat(a)
+    return invoke(letter + "PseudoInvMtrxH", a, -1.0 if tol is None else tol)[1][0]

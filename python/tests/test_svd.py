@@ -4,7 +4,7 @@ import numpy as np
 import pytest
 
 import quarz_linalg as ql
-from oracle import dtypes, is_complex, random_array, wide
+from oracle import dtypes, is_complex, random_array, random_hpd, wide
 
 SHAPES = [(1, 1), (6, 6), (9, 4), (4, 9), (1, 5)]
 
@@ -96,6 +96,28 @@ def test_matrix_norms(dtype, m, n, rng):
     assert ql.matrix_norm(inf, 1) == np.inf   # the NaN column never wins
 
 
+# Faults: s_max / s_min inverted, the inverse's norm taken of A^T or A^H (the kernel
+# inverts the transpose in place), a singular matrix reported as an error.
+@pytest.mark.skipif(not ql.available("dCondNumberH"), reason="CondNumberH is not in the export list")
+@dtypes
+@pytest.mark.parametrize("n", [1, 4, 12])
+def test_condition_numbers(dtype, n, rng):
+    a = random_array(rng, (n, n), dtype) + 2 * np.eye(n, dtype=dtype)   # well conditioned
+    a[0, -1] += 5                                 # not symmetric: the 1- and inf-norms differ
+    ref = a.astype(wide(dtype))
+    for p in (None, 1, "fro", np.inf):
+        c, c_ref = ql.cond(a, p), np.linalg.cond(ref, p)
+        assert abs(c - c_ref) <= 35 * n * n * eps(dtype) * c_ref ** 2, p
+    tall = random_array(rng, (n + 3, n), dtype)
+    c_ref = np.linalg.cond(tall.astype(wide(dtype)))
+    assert abs(ql.cond(tall) - c_ref) <= 35 * (n + 3) * eps(dtype) * c_ref ** 2
+    assert [ql.cond(np.eye(n, dtype=dtype), p) for p in (2, 1, np.inf)] == [1, 1, 1]
+    assert abs(ql.cond(np.eye(n, dtype=dtype), "fro") - n) <= n * eps(dtype) * n
+    singular = np.ones((3, 3), dtype)
+    assert all(ql.cond(singular, p) == np.inf for p in (1, "fro", np.inf))
+    assert ql.cond(np.zeros((2, 3), dtype)) == np.inf
+
+
 # Faults: the default tolerance not scaled by max(m, n) or s_max, a tolerance of 0
 # replaced by the default, >= instead of >, NaN tolerance counting.
 @dtypes
@@ -113,3 +135,57 @@ def test_matrix_rank(dtype, m, n, rng):
     assert ql.matrix_rank(np.eye(m, n, dtype=dtype), np.nan) == 0
     tiny = np.diag([1, 1e-20 if np.finfo(dtype).eps < 1e-10 else 1e-30]).astype(dtype)
     assert (ql.matrix_rank(tiny), ql.matrix_rank(tiny, 0)) == (1, 2)
+
+
+# Faults: the inverse of A^T returned (the kernel works on the transposed block), the
+# wrong triangle read or inverted, the positive definite mirror not conjugated.
+@dtypes
+@pytest.mark.parametrize("n", [1, 3, 10])
+def test_inverse(dtype, n, rng):
+    w = wide(dtype)
+    general = random_array(rng, (n, n), dtype) + 3 * np.eye(n, dtype=dtype)
+    general[0, -1] += 2
+    hpd = random_hpd(rng, n, dtype)
+    lower = np.tril(random_array(rng, (n, n), dtype)) + 3 * np.eye(n, dtype=dtype)
+    garbage = np.triu(random_array(rng, (n, n), dtype), 1)
+    for kind, a, given, expect in (("general", general, general, general),
+                                   ("positive_definite", hpd, np.tril(hpd) + garbage, hpd),
+                                   ("lower", lower, lower + garbage, lower),
+                                   ("upper", lower.T, (lower + garbage).T, lower.T)):
+        x = ql.inv(given, kind)
+        ref = np.linalg.inv(expect.astype(w))
+        kappa = np.linalg.cond(expect.astype(w))
+        tri = {"lower": np.tril, "upper": np.triu}.get(kind)
+        got = tri(x) if tri else x
+        assert np.linalg.norm(got - ref, 2) <= 35 * n * eps(dtype) * kappa * np.linalg.norm(ref, 2), kind
+        if tri:   # the other triangle as given
+            assert np.array_equal(x - tri(x), given - tri(given)), kind
+    assert all(ql.inv(np.array([[4]], dtype), k) == 0.25 for k in range(4))
+
+
+# Faults: U and V exchanged (wrong shape or A^+ of A^T), columns divided by the wrong
+# values, the cutoff not applied, sizes not swapped.
+@dtypes
+@pytest.mark.parametrize("m,n", [(5, 5), (7, 4), (3, 6)])
+def test_pseudo_inverse(dtype, m, n, rng):
+    w = wide(dtype)
+    k = min(m, n)
+    for what, a in inputs(rng, m, n, dtype):
+        if what == "ill-conditioned":
+            continue   # the default cutoff sits inside the spectrum: rank is not stable
+        x = ql.pinv(a)
+        assert x.shape == (n, m) and x.dtype == dtype
+        s = np.linalg.svd(a.astype(w), compute_uv=False)
+        r = int(np.sum(s > max(m, n) * s[0] * eps(dtype)))
+        ref = np.linalg.pinv(a.astype(w), rcond=max(m, n) * eps(dtype))
+        bound = 35 * max(m, n) * eps(dtype) * (s[0] / s[r - 1]) / s[r - 1]
+        assert np.linalg.norm(x - ref, 2) <= bound, what
+    known = np.geomspace(4, 1, k)
+    a = with_singular_values(rng, m, n, known, dtype)
+    assert not np.any(ql.pinv(a, 5.0))
+    tol = np.sqrt(known[0] * known[1])   # keeps the largest singular value only
+    cut = ql.pinv(a, tol).astype(w)
+    u, s, vh = np.linalg.svd(a.astype(w), full_matrices=False)
+    keep = s > tol
+    expect = (vh[keep].conj().T / s[keep]) @ u[:, keep].conj().T
+    assert np.linalg.norm(cut - expect, 2) <= 35 * max(m, n) * eps(dtype)

@@ -17,7 +17,8 @@ namespace norm {
 
 // Sum of |a[i * stride]| over count elements: the kernel's asum for real types (strided
 // columns included); for complex types the sum of the moduli, which asum does not give
-// (it sums |re| + |im|).
+// (it sums |re| + |im|). The modulus is std::abs's, which does not overflow where
+// re² + im² would.
 template <class T>
 RealOf<T> AbsSum(const T* a, int32_t count, int32_t stride) {
   if constexpr (Elem<T>::kComplex) {
