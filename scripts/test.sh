@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The whole test suite: the GoogleTest suites in a release build and again under
 # AddressSanitizer + UndefinedBehaviorSanitizer, then the Python host's numpy/scipy
-# oracle suite against the release build.
+# oracle suite against the release build; then the many-threads run under ThreadSanitizer
+# and a bounded fuzzing run over every export.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
@@ -17,3 +18,14 @@ ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:ha
   ctest --test-dir build-asan --output-on-failure -j"$jobs"
 
 python/run_tests.sh build
+
+# Host threads under ThreadSanitizer; the kernel runs one thread per call, since TSan
+# cannot see the synchronisation of OpenBLAS's own (uninstrumented) thread pool.
+cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUARZ_BENCH=OFF \
+  -DCMAKE_C_FLAGS=-fsanitize=thread -DCMAKE_CXX_FLAGS=-fsanitize=thread \
+  -DCMAKE_EXE_LINKER_FLAGS=-fsanitize=thread -DCMAKE_SHARED_LINKER_FLAGS=-fsanitize=thread
+cmake --build build-tsan -j"$jobs" --target quarz_tests koffrt
+OPENBLAS_NUM_THREADS=1 TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+  build-tsan/tests/quarz_tests --gtest_filter='Reliability.*:Threads.*'
+
+scripts/fuzz.sh 120 build-fuzz

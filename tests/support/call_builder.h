@@ -41,9 +41,12 @@ inline C Token(std::string t, int32_t code) {
   return imag ? C(0, v) : C(v, 0);
 }
 
+// Stores v as element i of a block of the given type; an int32 element takes the value
+// clamped to its range (0 for NaN), since the conversion is undefined outside it.
 inline void Put(void* data, int32_t code, int64_t i, C v) {
+  const double r = std::isnan(v.real()) ? 0 : std::clamp(v.real(), double(INT32_MIN), double(INT32_MAX));
   switch (code) {
-    case QuarzTypeInt32: static_cast<int32_t*>(data)[i] = int32_t(v.real()); break;
+    case QuarzTypeInt32: static_cast<int32_t*>(data)[i] = int32_t(r); break;
     case QuarzTypeFloat: static_cast<float*>(data)[i] = float(v.real()); break;
     case QuarzTypeDouble: static_cast<double*>(data)[i] = v.real(); break;
     case QuarzTypeComplexFloat: static_cast<std::complex<float>*>(data)[i] = std::complex<float>(v); break;
@@ -88,7 +91,9 @@ class Call {
       Make(k, it != given.end() ? it->second : Default(e.args[k]));
     }
     for (auto& s : slots_) {
-      if (!s.alias.empty()) s.v.h = slots_[size_t(Index(s.alias))].v.h;
+      if (s.alias.empty()) continue;
+      s.v.h = slots_[size_t(Index(s.alias))].v.h;
+      s.claimed = slots_[size_t(Index(s.alias))].claimed;  // its sizes claim more than its block
     }
     for (size_t k = 0; k < slots_.size(); ++k) {
       if (e_.args[k].role == Role::In && !slots_[k].claimed && !SharedWithWritten(k)) slots_[k].before = Bytes(slots_[k].v.h, e_.args[k]);
