@@ -242,13 +242,27 @@ static int add_kept(int64_t delta) {
   return 1;
 }
 
+/* With KORT_MOVE_ON_RESIZE=1 in the environment every resize of a block moves it, as a
+ * host whose memory manager does not pool may: under AddressSanitizer, code that keeps an
+ * element pointer across a resize then reads freed memory and is reported. */
+static int move_on_resize(void) {
+  static atomic_int setting = -1;
+  int v = atomic_load(&setting);
+  if (v < 0) {
+    const char* e = getenv("KORT_MOVE_ON_RESIZE");
+    v = e && e[0] == '1';
+    atomic_store(&setting, v);
+  }
+  return v;
+}
+
 /* Grows or shrinks a block to `bytes`: in place within its capacity, unless a shrink
  * would keep more than the cap allows; otherwise the contents move to another block.
  * Zero-fills only what a new block gets. */
 static int resize_block(struct QuarzArrayBlock** master, int64_t bytes) {
   if (bytes < 0 || bytes > MAX_BLOCK_BYTES) return kRefused;
   BlockPrefix* old = prefix_of(*master);
-  if (old && bytes <= old->capacity) {
+  if (old && bytes <= old->capacity && !move_on_resize()) {
     /* What a block of the same size class would keep anyway is not kept by choice. */
     int64_t need = bytes + kPrefix, delta = old->bytes - bytes;
     int same_class = is_large(old) && need >= KORT_LARGE_BLOCK_BYTES && class_span(need) == span_of(old);

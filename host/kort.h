@@ -98,6 +98,9 @@ KORT_API void KortFailResizeAt(int64_t k);
 /* Makes the k-th NumericArrayResize call from now and every later one fail, until
  * disarmed with 0 (here or in KortFailResizeAt). Each call replaces the other's setting. */
 KORT_API void KortFailResizeFrom(int64_t k);
+/* KORT_MOVE_ON_RESIZE=1 in the environment makes every resize move its block to new
+ * memory, as a host that does not pool may; the test suite's sanitizer run sets it so
+ * that an element pointer kept across a resize reads freed memory and is reported. */
 
 #ifdef __cplusplus
 }
