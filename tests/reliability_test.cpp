@@ -53,7 +53,7 @@ TEST(Reliability, ManyHostThreadsGetTheSerialResultsBitForBit) {
   const int64_t handles = LiveHandles(), bytes = LiveBytes();
   const std::vector<Job> jobs = SerialRun();
 
-  constexpr int kThreads = 8, kRounds = 6;
+  constexpr int kThreads = 8, kRounds = 8;
   std::atomic<bool> stop{false};
   std::atomic<int64_t> calls{0}, differing{0};
   std::mutex m;
