@@ -18,232 +18,10 @@
 #include <vector>
 
 #include "kort.h"
-#include "support/export_table.h"
+#include "support/call_builder.h"
 
 namespace qt {
 namespace {
-
-using C = std::complex<double>;
-
-bool IsSingle(int32_t code) { return code == QuarzTypeFloat || code == QuarzTypeComplexFloat; }
-
-// One element token of a spec: a number, nan, inf, big (the largest finite value of the
-// element's real type), below (the value just under it), each optionally negative, and a
-// trailing j for an imaginary part.
-C Token(std::string t, int32_t code) {
-  const bool imag = !t.empty() && t.back() == 'j';
-  if (imag) t.pop_back();
-  const bool neg = !t.empty() && t[0] == '-';
-  const std::string w = neg ? t.substr(1) : t;
-  const double big = IsSingle(code) ? double(std::numeric_limits<float>::max()) : std::numeric_limits<double>::max();
-  double v = w == "nan" ? std::nan("") : w == "inf" ? HUGE_VAL : w == "big" ? big
-           : w == "below" ? (IsSingle(code) ? double(std::nextafter(float(big), 0.0f)) : std::nextafter(big, 0.0))
-           : std::strtod(w.c_str(), nullptr);
-  if (neg) v = -v;
-  return imag ? C(0, v) : C(v, 0);
-}
-
-void Put(void* data, int32_t code, int64_t i, C v) {
-  switch (code) {
-    case QuarzTypeInt32: static_cast<int32_t*>(data)[i] = int32_t(v.real()); break;
-    case QuarzTypeFloat: static_cast<float*>(data)[i] = float(v.real()); break;
-    case QuarzTypeDouble: static_cast<double*>(data)[i] = v.real(); break;
-    case QuarzTypeComplexFloat: static_cast<std::complex<float>*>(data)[i] = std::complex<float>(v); break;
-    case QuarzTypeComplexDouble: static_cast<C*>(data)[i] = v; break;
-  }
-}
-
-// Named fills of an r x c block: hpd (diagonally dominant Hermitian), rand, sing (rank
-// one, singular in exact arithmetic and for LU), indef (symmetric indefinite), zero.
-C Fill(const std::string& kind, int64_t i, int64_t j) {
-  if (kind == "hpd") return i == j ? C(8, 0) : C(1.0 / double(1 + i + j), 0.1 * double(j - i));
-  if (kind == "sing") return C(double((i + 1) * (j + 1)), 0);
-  if (kind == "indef") return C(i == j ? 1 : 2, 0);
-  if (kind == "zero") return C(0, 0);
-  const uint64_t s = (uint64_t(i) * 2654435761u + uint64_t(j) * 40503u + 17) % 1000;
-  return C(double(s) / 500.0 - 1.0, double((s * 7) % 1000) / 1000.0 - 0.5);
-}
-
-std::map<std::string, std::string> ParseSpec(const std::string& spec) {
-  std::map<std::string, std::string> out;
-  std::istringstream in(spec);
-  std::string item;
-  while (in >> item) {
-    const size_t eq = item.find('=');
-    out[item.substr(0, eq)] = item.substr(eq + 1);
-  }
-  return out;
-}
-
-int64_t LiveHandles() { return KortLiveHandles(); }
-int64_t LiveBytes() { return KortLiveBytes(); }
-
-// One call of an export with every argument built from a spec ("A=3x3:sing y=null
-// matrixType=2 x=@A"); arguments the spec does not name get valid defaults, and output
-// and work handles arrive holding stale data, as a host's arrays may.
-class Call {
- public:
-  Call(const ExportEntry& e, const std::string& spec) : e_(e), slots_(size_t(e.nargs)) {
-    const auto given = ParseSpec(spec);
-    for (int k = 0; k < e.nargs; ++k) {
-      const auto it = given.find(e.args[k].name);
-      Make(k, it != given.end() ? it->second : Default(e.args[k]));
-    }
-    for (auto& s : slots_) {
-      if (!s.alias.empty()) s.v.h = slots_[size_t(Index(s.alias))].v.h;
-    }
-    for (size_t k = 0; k < slots_.size(); ++k) {
-      if (e_.args[k].role == Role::In && !slots_[k].claimed && !SharedWithWritten(k)) slots_[k].before = Bytes(slots_[k].v.h, e_.args[k]);
-    }
-  }
-  ~Call() {
-    for (auto& s : slots_) {
-      if (s.alias.empty() && IsHandle(s.role)) KortArrayFree(s.v.h);
-    }
-  }
-  Call(const Call&) = delete;
-  Call& operator=(const Call&) = delete;
-
-  int32_t Run() {
-    std::vector<ArgValue> v;
-    for (auto& s : slots_) v.push_back(s.v);
-    return status_ = e_.call(v.data());
-  }
-
-  // What the frame promises after any return with the status of the last Run.
-  void ExpectContract() const {
-    for (size_t k = 0; k < slots_.size(); ++k) {
-      const ArgSpec& a = e_.args[k];
-      const Slot& s = slots_[k];
-      SCOPED_TRACE(a.name);
-      if (s.v.h && (a.role == Role::Work || (status_ < 0 && IsWritten(a.role)))) {
-        EXPECT_TRUE(KortArrayDim(s.v.h, 0) == 0 && (a.rank == 1 || KortArrayDim(s.v.h, 1) == 0)) << "not emptied";
-      }
-      if (!s.before.empty()) {
-        EXPECT_EQ(Bytes(s.v.h, a), s.before) << "input changed";
-      }
-      if (status_ >= 0 || !s.v.p) continue;
-      if (a.role == Role::ElemOut || a.role == Role::RealOut) {
-        const bool single = IsSingle(a.code), complex = a.role == Role::ElemOut && a.code >= QuarzTypeComplexFloat;
-        for (int part = 0; part < (complex ? 2 : 1); ++part) {
-          EXPECT_TRUE(single ? std::isnan(static_cast<const float*>(s.v.p)[part]) : std::isnan(static_cast<const double*>(s.v.p)[part]))
-              << "not NaN";
-        }
-      } else if (a.role == Role::IntOut) {
-        EXPECT_EQ(*static_cast<const int32_t*>(s.v.p), a.fail);
-      }
-    }
-  }
-
-  // Sizes and elements of argument `name`, for comparing two calls.
-  std::vector<unsigned char> Output(int k) const { return Bytes(slots_[size_t(k)].v.h, e_.args[k]); }
-
- private:
-  struct Slot {
-    Role role;
-    ArgValue v{};
-    unsigned char scalar[16];
-    std::string alias;
-    bool claimed = false;
-    std::vector<unsigned char> before;
-  };
-
-  int Index(const std::string& name) const {
-    for (int k = 0; k < e_.nargs; ++k) {
-      if (name == e_.args[k].name) return k;
-    }
-    ADD_FAILURE() << "no argument " << name;
-    return 0;
-  }
-
-  bool SharedWithWritten(size_t k) const {
-    for (size_t j = 0; j < slots_.size(); ++j) {
-      if (j != k && slots_[j].v.h == slots_[k].v.h && IsWritten(e_.args[j].role)) return true;
-    }
-    return false;
-  }
-
-  static std::string Default(const ArgSpec& a) {
-    switch (a.role) {
-      case Role::In:
-      case Role::Inout: return a.rank == 2 ? "4x4:hpd" : "4:rand";
-      case Role::Out:
-      case Role::Work: return a.rank == 2 ? "2x2:rand" : "2:rand";
-      case Role::Ignored:
-      case Role::Module: return "null";
-      case Role::Int: return a.option >= 0 ? std::to_string(kOptionTables[a.option].values[0]) : "4";
-      case Role::Real: return "2";
-      default: return "1";
-    }
-  }
-
-  static std::vector<unsigned char> Bytes(ArrayHandle h, const ArgSpec& a) {
-    if (!h || !*h) return {};
-    int64_t count = std::max(KortArrayDim(h, 0), 0);
-    if (a.rank == 2) count *= std::max(KortArrayDim(h, 1), 0);
-    // The sizes, then the elements; not the padding of a 1-D block, which nobody writes.
-    const auto* p = reinterpret_cast<const unsigned char*>(*h);
-    std::vector<unsigned char> out(p, p + 4 * a.rank);
-    p += KortElementOffset(a.code, a.rank);
-    out.insert(out.end(), p, p + count * KortElementSize(a.code));
-    return out;
-  }
-
-  void Make(int k, const std::string& v) {
-    const ArgSpec& a = e_.args[k];
-    Slot& s = slots_[size_t(k)];
-    s.role = a.role;
-    std::memset(s.scalar, 0x55, sizeof s.scalar);
-    if (v == "null") return;
-    if (!IsHandle(a.role)) {
-      if (a.role == Role::Int) s.v.i = int32_t(std::strtoll(v.c_str(), nullptr, 10));
-      else if (a.role == Role::Uint) s.v.u = uint32_t(std::strtoul(v.c_str(), nullptr, 10));
-      else if (a.role == Role::Real) s.v.r = Token(v, a.code).real();
-      else s.v.p = s.scalar;
-      if (a.role == Role::Elem || a.role == Role::ElemIn || a.role == Role::RealIn) Put(s.scalar, a.code, 0, Token(v, a.code));
-      return;
-    }
-    if (v[0] == '@') {
-      s.alias = v.substr(1);
-      return;
-    }
-    // Sizes "r", "rxc", an explicit "[a,b;c,d]", or "!rxc": sizes claimed over a 1-element block.
-    std::vector<std::vector<std::string>> rows;
-    int32_t dims[2] = {0, 1};
-    std::string fill = "rand";
-    if (v[0] == '[') {
-      std::stringstream in(v.substr(1, v.size() - 2));
-      std::string row, item;
-      while (std::getline(in, row, ';')) {
-        rows.emplace_back();
-        std::stringstream r(row);
-        while (std::getline(r, item, ',')) rows.back().push_back(item);
-      }
-      dims[0] = int32_t(a.rank == 2 ? rows.size() : rows[0].size());
-      dims[1] = int32_t(a.rank == 2 ? rows[0].size() : 1);
-    } else {
-      s.claimed = v[0] == '!';
-      const std::string shape = v.substr(s.claimed, v.find(':') - s.claimed);
-      if (v.find(':') != std::string::npos) fill = v.substr(v.find(':') + 1);
-      dims[0] = int32_t(std::strtol(shape.c_str(), nullptr, 10));
-      if (a.rank == 2) dims[1] = int32_t(std::strtol(shape.c_str() + shape.find('x') + 1, nullptr, 10));
-    }
-    const int32_t stored[2] = {s.claimed ? 1 : std::max(dims[0], 0), s.claimed ? 1 : std::max(dims[1], 0)};
-    s.v.h = KortArrayNew(a.code, a.rank, stored);
-    void* data = KortArrayData(s.v.h, a.code, a.rank);
-    for (int64_t i = 0; i < stored[0]; ++i) {
-      for (int64_t j = 0; j < (a.rank == 2 ? stored[1] : 1); ++j) {
-        const C x = rows.empty() ? Fill(fill, i, j) : Token(a.rank == 2 ? rows[size_t(i)][size_t(j)] : rows[0][size_t(i)], a.code);
-        Put(data, a.code, i * (a.rank == 2 ? stored[1] : 1) + j, x);
-      }
-    }
-    std::memcpy(*s.v.h, dims, sizeof(int32_t) * size_t(a.rank));
-  }
-
-  const ExportEntry& e_;
-  std::vector<Slot> slots_;
-  int32_t status_ = 0;
-};
 
 // Runs `body` on a fresh call of every export of the list and checks the host holds no
 // more handles or bytes afterwards.
@@ -377,6 +155,40 @@ TEST(Contract, EveryRefusedResize) {
   // Every export with an array output sizes it through the host at least once.
   EXPECT_GE(refused, int64_t{std::size(kExportTable)} / 2);
   std::printf("refused %lld host resizes over %zu exports\n", static_cast<long long>(refused), std::size(kExportTable));
+}
+
+// A host that runs out of memory stays out: from the k-th resize on every resize is
+// refused, including the ones the clean-up makes to empty the outputs and work handles.
+// Those must still read as empty with sizes 0 and leave no host memory behind.
+TEST(Contract, EveryResizeRefusedFromOneOn) {
+  int64_t sweeps = 0;
+  ForEachExport([&](const ExportEntry& e) {
+    Call clean(e, "");
+    const int64_t before = KortResizeCount();
+    const int32_t expected = clean.Run();
+    const int64_t total = KortResizeCount() - before;
+    for (int64_t k = 1; k <= total; ++k) {
+      SCOPED_TRACE("resizes refused from " + std::to_string(k));
+      ++sweeps;
+      Call c(e, "");
+      KortFailResizeFrom(k);
+      const int32_t s = c.Run();
+      KortFailResizeFrom(0);
+      c.ExpectContract();
+      // Only refusals of the final emptying of work handles leave the results standing.
+      if (s != expected) {
+        EXPECT_EQ(s, StatusOutOfMemory);
+        continue;
+      }
+      for (int j = 0; j < e.nargs; ++j) {
+        if (e.args[j].role == Role::Out || e.args[j].role == Role::Inout) {
+          EXPECT_EQ(c.Output(j), clean.Output(j)) << e.args[j].name;
+        }
+      }
+    }
+  });
+  std::printf("refused every resize from the k-th on in %lld calls over %zu exports\n", static_cast<long long>(sweeps),
+              std::size(kExportTable));
 }
 
 // Statuses of the families in their check order: the first failing check decides. A row
