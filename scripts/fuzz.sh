@@ -20,8 +20,9 @@ CC=clang CXX=clang++ cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -D
 cmake --build "$build" -j"$(nproc)" --target quarz_fuzz
 mkdir -p "$build/fuzz-corpus"
 # One kernel thread per call: the fuzzer measures our code, not OpenBLAS's thread pool.
-# libFuzzer puts libstdc++ ahead of the sanitizer runtime, which has to come first.
-OPENBLAS_NUM_THREADS=1 LD_PRELOAD="$asan_dir/libclang_rt.asan-x86_64.so" \
+# libFuzzer puts libstdc++ ahead of the sanitizer runtime, which has to come first. The
+# host moves every block it resizes, so an element pointer kept across a resize is caught.
+OPENBLAS_NUM_THREADS=1 LD_PRELOAD="$asan_dir/libclang_rt.asan-x86_64.so" KORT_MOVE_ON_RESIZE=1 \
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:allocator_may_return_null=1 \
 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   "$build/tests/quarz_fuzz" -max_total_time="$seconds" -rss_limit_mb=2048 -timeout=30 -print_final_stats=1 \
