@@ -221,7 +221,7 @@ extern "C" {
 // One empty function under both hook names: the host can watch or intercept the
 // moment a module or TLS slot is announced.
 QUARZ_API void SetKORTModuleHook(void) {}
-QUARZ_API void SetKORTTLSIndexHook(void) __attribute__((alias("SetKORTModuleHook"), nothrow));
+QUARZ_API void SetKORTTLSIndexHook(void) __attribute__((alias("SetKORTModuleHook")));
 
 QUARZ_API void SetKORTModule(void* module) {
   ql::ObserveLoadedSet();
