@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The whole test suite: the GoogleTest suites in a release build and again under
-# AddressSanitizer + UndefinedBehaviorSanitizer, then the Python host's numpy/scipy
+# AddressSanitizer + UndefinedBehaviorSanitizer (with the host moving every block it
+# resizes), then the Python host's numpy/scipy
 # oracle suite against the release build; then the many-threads run under ThreadSanitizer
 # and a bounded fuzzing run over every export.
 set -euo pipefail
@@ -14,7 +15,7 @@ ctest --test-dir build --output-on-failure -j"$jobs"
 
 cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUARZ_SANITIZE=ON -DQUARZ_BENCH=OFF
 cmake --build build-asan -j"$jobs"
-ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+KORT_MOVE_ON_RESIZE=1 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   ctest --test-dir build-asan --output-on-failure -j"$jobs"
 
 python/run_tests.sh build
