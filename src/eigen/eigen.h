@@ -69,12 +69,20 @@ inline Status CheckSquare(ArrayHandle ah, int32_t config, int32_t* n) {
 // empties the eigenvectors when only values are wanted; *vectors is then null. The
 // eigenvector handle is required either way: a null one is a missing handle (-20999),
 // also when only values are wanted, since the host expects it back emptied.
-template <class V, class E>
+//
+// An output wider than the letter's element T (the complex results of real data) is
+// always sized through the host, even when its sizes already match: a handle of the
+// letter's own type with those sizes, A itself passed again as the output for one,
+// holds only half the bytes. Emptying it first makes the resize a host call, and the
+// host sizes the block for the type code it is given.
+template <class T, class V, class E>
 Status SizeOutputs(int32_t n, int32_t config, ArrayHandle valuesH, ArrayHandle vectorsH, V** values,
                    E** vectors) {
   *vectors = nullptr;
+  if constexpr (sizeof(V) > sizeof(T)) ClearVector<V>(valuesH);
   if (Status s = ResizeVector<V>(valuesH, n, values); s != StatusOk) return s;
   if (config == QuarzEigenOutputValues) return ResizeMatrix<E>(vectorsH, 0, 0);
+  if constexpr (sizeof(E) > sizeof(T)) ClearMatrix<E>(vectorsH);
   return ResizeMatrix<E>(vectorsH, n, n, vectors);
 }
 
@@ -244,7 +252,7 @@ Status EigenVH(ArrayHandle ah, int32_t config, ArrayHandle valuesH, ArrayHandle 
   int32_t n;
   if (Status s = eigen::CheckSquare(ah, config, &n); s != StatusOk) return s;
   ComplexOf<T>*w, *v;
-  if (Status s = eigen::SizeOutputs(n, config, valuesH, vectorsH, &w, &v); s != StatusOk) return s;
+  if (Status s = eigen::SizeOutputs<T>(n, config, valuesH, vectorsH, &w, &v); s != StatusOk) return s;
   return GeneralEigen(ReadMatrix<T>(ah).data, n, w, v, work, realWork);
 }
 
@@ -255,7 +263,7 @@ Status SymEigenVH(ArrayHandle ah, int32_t config, ArrayHandle valuesH, ArrayHand
   if (Status s = eigen::CheckSquare(ah, config, &n); s != StatusOk) return s;
   RealOf<T>* w;
   T* v;
-  if (Status s = eigen::SizeOutputs(n, config, valuesH, vectorsH, &w, &v); s != StatusOk) return s;
+  if (Status s = eigen::SizeOutputs<T>(n, config, valuesH, vectorsH, &w, &v); s != StatusOk) return s;
   return HermitianEigen(ReadMatrix<T>(ah).data, n, w, v, work, nullptr, intWork);
 }
 
@@ -266,7 +274,7 @@ Status HermEigenVH(ArrayHandle ah, int32_t config, ArrayHandle valuesH, ArrayHan
   if (Status s = eigen::CheckSquare(ah, config, &n); s != StatusOk) return s;
   RealOf<T>* w;
   T* v;
-  if (Status s = eigen::SizeOutputs(n, config, valuesH, vectorsH, &w, &v); s != StatusOk) return s;
+  if (Status s = eigen::SizeOutputs<T>(n, config, valuesH, vectorsH, &w, &v); s != StatusOk) return s;
   return HermitianEigen(ReadMatrix<T>(ah).data, n, w, v, work, realWork, intWork);
 }
 

@@ -127,7 +127,7 @@ Status GenEigenVH(ArrayHandle ah, ArrayHandle bh, int32_t config, ArrayHandle va
   if (config != QuarzEigenOutputValues && config != QuarzEigenOutputVectors) return StatusBadOption;
   const int32_t n = a.rows;
   ComplexOf<T>*w, *v;
-  if (Status s = eigen::SizeOutputs(n, config, valuesH, vectorsH, &w, &v); s != StatusOk) return s;
+  if (Status s = eigen::SizeOutputs<T>(n, config, valuesH, vectorsH, &w, &v); s != StatusOk) return s;
   return GeneralizedEigen(ReadMatrix<T>(ah).data, ReadMatrix<T>(bh).data, n, w, v, work, realWork);
 }
 
