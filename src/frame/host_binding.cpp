@@ -221,7 +221,13 @@ extern "C" {
 // One empty function under both hook names: the host can watch or intercept the
 // moment a module or TLS slot is announced.
 QUARZ_API void SetKORTModuleHook(void) {}
+// GCC wants the alias to repeat the nothrow it infers for the empty target; clang reads
+// that attribute as an exception specification the declaration lacks and refuses it.
+#if defined(__clang__)
 QUARZ_API void SetKORTTLSIndexHook(void) __attribute__((alias("SetKORTModuleHook")));
+#else
+QUARZ_API void SetKORTTLSIndexHook(void) __attribute__((alias("SetKORTModuleHook"), nothrow));
+#endif
 
 QUARZ_API void SetKORTModule(void* module) {
   ql::ObserveLoadedSet();
