@@ -20,6 +20,8 @@ from ._exports import (EXPORTS, OPTIONS, MISSING, ComplexFloat, ComplexDouble, r
 from .api import (dot, norm, mean, rms, matmul, matvec, vecmat, outer, kron, transpose,
                   trace, special, lu, cholesky, det, solve)
 from .svd import svd, matrix_norm, cond, matrix_rank, inv, pinv
+from .eigen import eig, eigvals, eigh, eigvalsh
+from .decompositions import qr, schur, qz, ordqz
 
 __all__ = [
     "QuarzError", "QuarzWarning", "raw", "invoke", "HostArray", "OPTIONS",
