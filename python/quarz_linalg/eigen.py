@@ -10,13 +10,9 @@ import numpy as np
 
 from ._exports import OPTIONS, invoke
 from ._host import letter_of
+from .api import _mat
 
 
-def _square(a):
-    a = np.asarray(a)
-    if a.ndim != 2:
-        raise ValueError(f"expected a 2-D array, got shape {a.shape}")
-    return a
 
 
 def _config(vectors):
@@ -26,11 +22,11 @@ def _config(vectors):
 def eig(a, b=None, vectors=True):
     """Eigenvalues w and right eigenvectors v (columns, unit norm) of A, A v = v diag(w);
     with b, of the pencil: A v = w B v. vectors=False returns w alone."""
-    a = _square(a)
+    a = _mat(a)
     if b is None:
         w, v = invoke(letter_of(a.dtype) + "EigenVH", a, _config(vectors))[1]
     else:
-        b = _square(b)
+        b = _mat(b)
         w, v = invoke(letter_of(np.result_type(a, b)) + "GenEigenVH", a, b, _config(vectors))[1]
     return (w, v) if vectors else w
 
@@ -42,7 +38,7 @@ def eigvals(a, b=None):
 def eigh(a, vectors=True):
     """Ascending real eigenvalues w and orthonormal eigenvectors v of the symmetric
     (Hermitian) matrix whose lower triangle `a` holds. vectors=False returns w alone."""
-    a = _square(a)
+    a = _mat(a)
     letter = letter_of(a.dtype)
     name = ("HermEigenVH" if letter in "cz" else "SymEigenVH")
     w, v = invoke(letter + name, a, _config(vectors))[1]
