@@ -18,7 +18,7 @@ namespace {
 
 struct Job {
   const ExportEntry* e;
-  std::string spec;
+  std::string argText;
   std::vector<unsigned char> expected;
 };
 
@@ -26,13 +26,13 @@ struct Job {
 // several block sizes per export, so that concurrent calls need different workspaces.
 std::string Shaped(const ExportEntry& e, int n) {
   if (n == 4) return "";  // the builder's own defaults
-  std::string spec;
+  std::string argText;
   for (int k = 0; k < e.nargs; ++k) {
     const ArgSpec& a = e.args[k];
     if (a.role != Role::In && a.role != Role::Inout) continue;
-    spec += std::string(a.name) + "=" + std::to_string(n) + (a.rank == 2 ? "x" + std::to_string(n) : "") + ":hpd ";
+    argText += std::string(a.name) + "=" + std::to_string(n) + (a.rank == 2 ? "x" + std::to_string(n) : "") + ":hpd ";
   }
-  return spec;
+  return argText;
 }
 
 std::vector<Job> SerialRun() {
@@ -73,12 +73,12 @@ TEST(Reliability, ManyHostThreadsGetTheSerialResultsBitForBit) {
       for (int round = 0; round < kRounds; ++round) {
         for (size_t i = 0; i < jobs.size(); ++i) {
           const Job& job = jobs[(size_t(t) * 97 + i * stride) % jobs.size()];
-          Call c(*job.e, job.spec);
+          Call c(*job.e, job.argText);
           c.Run();
           ++calls;
           if (c.Results() != job.expected && differing++ == 0) {
             std::lock_guard<std::mutex> lock(m);
-            first = std::string(job.e->name) + " \"" + job.spec + "\"";
+            first = std::string(job.e->name) + " \"" + job.argText + "\"";
           }
         }
       }

@@ -222,7 +222,7 @@ extern "C" {
 // moment a module or TLS slot is announced.
 QUARZ_API void SetKORTModuleHook(void) {}
 // GCC wants the alias to repeat the nothrow it infers for the empty target; clang reads
-// that attribute as an exception specification the declaration lacks and refuses it.
+// that attribute as an exception clause the declaration lacks and refuses it.
 #if defined(__clang__)
 QUARZ_API void SetKORTTLSIndexHook(void) __attribute__((alias("SetKORTModuleHook")));
 #else

@@ -138,17 +138,17 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzedDataProvider in(data, size);
   const qt::ExportEntry& e = qt::kExportTable[in.ConsumeIntegralInRange<size_t>(0, std::size(qt::kExportTable) - 1)];
-  std::string spec;
+  std::string argText;
   for (int k = 0; k < e.nargs; ++k) {
     const std::string v = qt::IsHandle(e.args[k].role) ? HandleSpec(in, e, k) : ScalarSpec(in, e.args[k]);
-    if (!v.empty()) spec += std::string(e.args[k].name) + "=" + v + " ";
+    if (!v.empty()) argText += std::string(e.args[k].name) + "=" + v + " ";
   }
-  const std::string call = std::string(e.name) + " \"" + spec + "\"";
+  const std::string call = std::string(e.name) + " \"" + argText + "\"";
   g_current = &call;
   if (std::getenv("QUARZ_FUZZ_PRINT")) std::fprintf(stderr, "%s\n", call.c_str());
   const int64_t handles = qt::LiveHandles(), bytes = qt::LiveBytes();
   {
-    qt::Call c(e, spec);
+    qt::Call c(e, argText);
     const int32_t status = c.Run();
     if (std::find(std::begin(kDocumented), std::end(kDocumented), status) == std::end(kDocumented)) {
       Fail("undocumented status " + std::to_string(status));

@@ -1,4 +1,4 @@
-// One call of any export of the list, built from a short text spec: shared by the
+// One call of any export of the list, built from a short argument text: shared by the
 // contract suite, the fuzzer and the many-threads run.
 #pragma once
 
@@ -25,7 +25,7 @@ using C = std::complex<double>;
 
 inline bool IsSingle(int32_t code) { return code == QuarzTypeFloat || code == QuarzTypeComplexFloat; }
 
-// One element token of a spec: a number, nan, inf, big (the largest finite value of the
+// One element token of an argument text: a number, nan, inf, big (the largest finite value of the
 // element's real type), below (the value just under it), each optionally negative, and a
 // trailing j for an imaginary part.
 inline C Token(std::string t, int32_t code) {
@@ -65,9 +65,9 @@ inline C Fill(const std::string& kind, int64_t i, int64_t j) {
   return C(double(s) / 500.0 - 1.0, double((s * 7) % 1000) / 1000.0 - 0.5);
 }
 
-inline std::map<std::string, std::string> ParseSpec(const std::string& spec) {
+inline std::map<std::string, std::string> ParseArgs(const std::string& argText) {
   std::map<std::string, std::string> out;
-  std::istringstream in(spec);
+  std::istringstream in(argText);
   std::string item;
   while (in >> item) {
     const size_t eq = item.find('=');
@@ -79,13 +79,13 @@ inline std::map<std::string, std::string> ParseSpec(const std::string& spec) {
 inline int64_t LiveHandles() { return KortLiveHandles(); }
 inline int64_t LiveBytes() { return KortLiveBytes(); }
 
-// One call of an export with every argument built from a spec ("A=3x3:sing y=null
-// matrixType=2 x=@A"); arguments the spec does not name get valid defaults, and output
+// One call of an export with every argument built from an argument text ("A=3x3:sing y=null
+// matrixType=2 x=@A"); arguments the text does not name get valid defaults, and output
 // and work handles arrive holding stale data, as a host's arrays may.
 class Call {
  public:
-  Call(const ExportEntry& e, const std::string& spec) : e_(e), slots_(size_t(e.nargs)) {
-    const auto given = ParseSpec(spec);
+  Call(const ExportEntry& e, const std::string& argText) : e_(e), slots_(size_t(e.nargs)) {
+    const auto given = ParseArgs(argText);
     for (int k = 0; k < e.nargs; ++k) {
       const auto it = given.find(e.args[k].name);
       Make(k, it != given.end() ? it->second : Default(e.args[k]));
