@@ -1,0 +1,109 @@
+// Principal matrix square root by the complex Schur method: balance, reduce to upper
+// triangular Schur form, take the square root of the triangle, transform back, undo the
+// balancing. The triangular square root is shared with the logarithm.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+
+#include "factor/column_major.h"
+#include "factor/schur.h"
+#include "frame/array.h"
+#include "frame/workspace.h"
+#include "matfun/common.h"
+
+namespace ql {
+
+namespace matfun {
+
+// The upper triangular square root U of the row-major upper triangular n x n block t, in
+// place (the strict lower part is not touched): u_jj = √t_jj and, above the diagonal,
+// u_ij = (t_ij − Σ u_ik·u_kj over i < k < j) / (u_ii + u_jj), set to 0 when the
+// numerator and the denominator both have a squared modulus below the double epsilon,
+// otherwise divided by Smith's method. Real data must have a positive diagonal.
+//
+// Rows go from the bottom up and each row from left to right: when u_ik is known, its
+// contributions to every later entry of row i are taken off at once, along row k of U
+// (contiguous in the row-major block), so every numerator is complete when it is used.
+template <class T>
+void TriangularSqrt(T* t, int32_t n) {
+  for (int64_t i = n - 1; i >= 0; --i) {
+    T* row = t + i * n;
+    row[i] = ScalarSqrt(row[i]);
+    for (int64_t k = i + 1; k < n; ++k) {
+      const T num = row[k], den = row[i] + t[k * n + k];
+      const bool both = SquaredModulus(num) < kCloseness && SquaredModulus(den) < kCloseness;
+      row[k] = both ? T(0) : SmithDivide(num, den);
+      if (k + 1 < n && row[k] != T(0)) {
+        kernel::axpy(static_cast<blasint>(n - k - 1), -row[k], t + k * n + k + 1, 1, row + k + 1, 1);
+      }
+    }
+  }
+}
+
+// The square root worker on the complex row-major n x n block x, in place. The complex
+// scratch holds the Schur vectors Z, the eigenvalues and a product buffer; the real
+// scratch the balancing factors; the Schur worker has its own handles.
+template <class C>
+Status SqrtCompute(C* x, int32_t n, ArrayHandle realWork, ArrayHandle complexWork, ArrayHandle schurWork,
+                   ArrayHandle schurIwork) {
+  using R = RealOf<C>;
+  if (n == 1) {
+    x[0] = ScalarSqrt(x[0]);
+    return StatusOk;
+  }
+  if (!complexWork) return StatusKernelError;
+  const int64_t nn = int64_t{n} * n;
+  C* scratch;
+  if (Status s = ResizeVector<C>(complexWork, 2 * nn + n, &scratch); s != StatusOk) return s;
+  R* scale;
+  if (Status s = ResizeVector<R>(realWork, n, &scale); s != StatusOk) return s;
+  C* z = scratch;
+  C* values = scratch + nn;
+  C* product = values + n;
+  // The Schur worker's own scan, before the balancing: that routine takes a NaN for an
+  // illegal argument, and its scaling could hide the largest finite value.
+  if (!AllAccepted(x, nn)) return StatusNotFinite;
+  if (Status s = Balance(x, n, scale); s != StatusOk) return s;
+  if (Status s = SchurCompute<C>(x, n, QuarzSchurOrderingNone, z, values, schurWork, schurIwork); s != StatusOk) {
+    return s;
+  }
+  const auto small = std::count_if(values, values + n, [](const C& v) { return SquaredModulus(v) < kCloseness; });
+  TriangularSqrt(x, n);
+  // Z·U·Zᴴ: the triangular product reads only U's upper triangle.
+  std::copy(z, z + nn, product);
+  kernel::trmm(CblasRowMajor, CblasRight, CblasUpper, CblasNoTrans, CblasNonUnit, n, n, C(1), x, n, product, n);
+  Product(n, product, z, x, true);
+  UndoBalancing(x, n, scale);
+  // Two or more eigenvalues at (rounding distance from) zero: the square root may not
+  // exist, and what is returned is only a candidate.
+  return small >= 2 ? WarnSqrtInexact : StatusOk;
+}
+
+}  // namespace matfun
+
+// X = the principal square root of A, always complex (real A is copied into X with zero
+// imaginary parts and takes the complex worker of its precision). balanceWork is not
+// needed (the block is balanced as it stands) and schurWork2 is not either (the Schur
+// form is not reordered); both are only emptied.
+template <class T>
+Status MtrxSqrtH(ArrayHandle ah, ArrayHandle xh, ArrayHandle realWork, ArrayHandle complexWork, ArrayHandle balanceWork,
+                 ArrayHandle schurWork1, ArrayHandle schurWork2) {
+  using C = ComplexOf<T>;
+  (void)balanceWork;
+  const auto a0 = ReadMatrix<T>(ah);
+  const int32_t n = a0.rows;
+  if (n < 1) return StatusEmptyInput;
+  if (a0.cols != n) return StatusNotSquare;
+  // A handle of the letter's own type with these sizes (A itself passed again as the
+  // output) holds half the bytes of a real letter's complex result: emptied first, it is
+  // sized through the host for the complex type.
+  if constexpr (sizeof(C) > sizeof(T)) ClearMatrix<C>(xh);
+  C* x;
+  if (Status s = ResizeMatrix<C>(xh, n, n, &x); s != StatusOk) return s;
+  const T* a = ReadMatrix<T>(ah).data;
+  std::copy(a, a + int64_t{n} * n, x);
+  return matfun::SqrtCompute(x, n, realWork, complexWork, schurWork1, schurWork2);
+}
+
+}  // namespace ql
