@@ -1,0 +1,201 @@
+"""Matrix functions against 50-digit mpmath references of the very input passed (after its
+rounding to the element type). Each relative error (Frobenius) is bounded by the unit
+roundoff u of the element type, the order n and the relative condition number kappa of
+the function at that input: the 2-norm of its Frechet derivative's Kronecker form times
+||A|| / ||f(A)||, computed here in double from the reference. 10 n kappa u for sqrtm,
+logm and powers; 10 kappa max(1e-8, n u) for expm, whose Pade degree aims at a relative
+truncation error of 1e-8."""
+import functools
+import warnings
+
+import mpmath as mp
+import numpy as np
+import pytest
+import scipy.linalg as sl
+
+import quarz_linalg as ql
+from oracle import dtypes, is_complex, wide
+
+mp.mp.dps = 50
+LETTER = {np.float32: "s", np.float64: "d", np.complex64: "c", np.complex128: "z"}
+# Moler's badly scaled 3 x 3 example; its eigenvalues are about -63.4, -6.2 and -0.11, so
+# the logarithm and the square root take its negative.
+MOLER = np.array([[0, 1e-8, 0], [-(2e10 + 4e8 / 6), -3, 2e10], [200 / 3, 0, -200 / 3]])
+KINDS = ["random", "normal", "nonnormal", "moler", "jordan", "nearly_singular"]
+
+
+def u(dtype):
+    return float(np.finfo(dtype).eps) / 2
+
+
+def make(kind, dtype):
+    """The input of a kind in the element type: eigenvalues in the open right half-plane
+    (principal logarithm and root defined and smooth), complex ones for c and z."""
+    rng = np.random.default_rng(sum(map(ord, kind)))
+    n, cplx = 5, is_complex(dtype)
+
+    def rand(*shape):
+        return rng.standard_normal(shape) + (1j * rng.standard_normal(shape) if cplx else 0)
+
+    q, _ = np.linalg.qr(rand(n, n))
+    eig = np.linspace(0.5, 4, n) + (1j * np.linspace(-1, 1, n) if cplx else 0)
+    a = {"random": lambda: rand(n, n) + 4 * np.eye(n),
+         "normal": lambda: (q * eig) @ q.conj().T,
+         "nonnormal": lambda: q @ (np.diag(eig) + 3 * np.triu(rand(n, n), 1)) @ q.conj().T,
+         "moler": lambda: -MOLER,
+         "jordan": lambda: np.diag(np.full(4, 2 + (1j if cplx else 0))) + np.diag(np.ones(3), 1),
+         "nearly_singular": lambda: (lambda v: v @ np.diag([1e-4, 1, 2, 3]) @ np.linalg.inv(v))(rand(4, 4) + 2 * np.eye(4)),
+         }[kind]()
+    return np.asarray(a).astype(dtype)
+
+
+def to_mp(a):
+    return mp.matrix([[mp.mpc(complex(x)) for x in row] for row in a])
+
+
+def from_mp(m):
+    return np.array([[complex(m[i, j]) for j in range(m.cols)] for i in range(m.rows)])
+
+
+@functools.lru_cache(maxsize=None)
+def reference(fname, kind, dtype, p=None):
+    """(input in double, f(input) from 50 digits, rounded to complex128)."""
+    a = make(kind, dtype)
+    m = to_mp(a)
+    if fname == "power":
+        x = (m ** -1) ** -p if p < 0 else m ** p
+    else:
+        x = {"expm": mp.expm, "sqrtm": mp.sqrtm, "logm": mp.logm}[fname](m)
+    return a.astype(wide(dtype)), from_mp(x)
+
+
+def kron_form(frechet, n):
+    """The n^2 x n^2 matrix K with vec(L(E)) = K vec(E), vec stacking columns."""
+    k = np.empty((n * n, n * n), complex)
+    for j in range(n * n):
+        e = np.zeros(n * n, complex)
+        e[j] = 1
+        k[:, j] = frechet(e.reshape(n, n, order="F")).reshape(-1, order="F")
+    return k
+
+
+def expm_kron(a):
+    n = len(a)
+    z = np.zeros((n, n))
+    return kron_form(lambda e: sl.expm(np.block([[a, e], [z, a]]))[:n, n:], n)
+
+
+def power_kron(a, p):
+    if p < 0:
+        b = np.linalg.inv(a)
+        return power_kron(b, -p) @ -np.kron(b.T, b)
+    mp_ = np.linalg.matrix_power
+    return sum(np.kron(mp_(a, p - 1 - k).T, mp_(a, k)) for k in range(p))
+
+
+def kappa(fname, a, x, p=None):
+    """Relative condition number of f at a (Frobenius), x = f(a)."""
+    a, x, eye = a.astype(complex), x.astype(complex), np.eye(len(a))
+    k = {"expm": lambda: expm_kron(a),
+         "sqrtm": lambda: np.linalg.inv(np.kron(eye, x) + np.kron(x.T, eye)),
+         "logm": lambda: np.linalg.inv(expm_kron(x)),
+         "power": lambda: power_kron(a, p)}[fname]()
+    return np.linalg.norm(k, 2) * np.linalg.norm(a) / np.linalg.norm(x)
+
+
+def run(fname, a, p=None):
+    with warnings.catch_warnings():
+        warnings.simplefilter("error", ql.QuarzWarning)   # none expected on these inputs
+        return {"expm": ql.expm, "sqrtm": ql.sqrtm, "logm": ql.logm,
+                "power": lambda m: ql.matrix_power(m, p)}[fname](a)
+
+
+def rel_err(x, ref):
+    return np.linalg.norm(x.astype(complex) - ref) / np.linalg.norm(ref)
+
+
+def bound(fname, dtype, n, k):
+    return 10 * k * (max(1e-8, n * u(dtype)) if fname == "expm" else n * u(dtype))
+
+
+# Faults: a wrong Pade coefficient or sign, a squaring too few or too many, the balancing
+# undone the wrong way round (D F D^-1 for D^-1 F D), Parlett's sum with the wrong sign,
+# the triangular root or logarithm reading the strict lower part, the inverse scaling and
+# squaring series or its 2^k factor off, the diagonal not restored; a power's squarings
+# and odd factors mixed up, the pseudo-inverse of A^T for a negative power.
+@dtypes
+@pytest.mark.parametrize("kind", KINDS)
+@pytest.mark.parametrize("fname,p", [("expm", None), ("sqrtm", None), ("logm", None), ("power", 6), ("power", -3)])
+def test_against_50_digits(dtype, kind, fname, p):
+    a, ref = reference(fname, kind, dtype, p)
+    x = run(fname, a.astype(dtype), p)
+    assert x.dtype == (np.complex64 if dtype in (np.float32, np.complex64) else np.complex128) or (
+        fname in ("expm", "power") and x.dtype == dtype)
+    k = kappa(fname, a, ref, p)
+    assert rel_err(x, ref) <= bound(fname, dtype, len(a), k), f"kappa {k:.3g}"
+
+
+# Faults: the real-arithmetic logarithm of mode 1 with Q^T on the wrong side or a lost
+# balancing; a false warning on a matrix that has a real logarithm.
+@dtypes
+@pytest.mark.parametrize("kind", ["normal", "nonnormal", "jordan"])
+def test_real_logarithm(dtype, kind):
+    if is_complex(dtype):
+        pytest.skip("mode 1 is for real input")
+    a, ref = reference("logm", kind, dtype)
+    status, (x,) = ql.invoke(LETTER[dtype] + "MtrxLnH", a.astype(dtype), 1)
+    assert status == 0 and not np.any(x.imag)
+    assert rel_err(x, ref) <= bound("logm", dtype, len(a), kappa("logm", a, ref))
+
+
+# Round trips on a well-conditioned normal matrix, bounded through the condition numbers
+# of both functions (the root's residual by Higham's alpha = ||X||^2 / ||A||).
+@dtypes
+def test_round_trips(dtype):
+    a, lg = reference("logm", "normal", dtype)
+    n, e = len(a), u(dtype)
+    ke, kl = kappa("expm", lg, sl.expm(lg)), kappa("logm", a, lg)
+    back = ql.expm(ql.logm(a.astype(dtype)))
+    assert rel_err(back, a) <= 10 * ke * (max(1e-8, n * e) + n * e * kl)
+    x = ql.sqrtm(a.astype(dtype)).astype(complex)
+    assert rel_err(x @ x, a) <= 10 * n * e * np.linalg.norm(x) ** 2 / np.linalg.norm(a)
+    for p in (2, 3, 7):
+        prod = ql.matrix_power(a.astype(dtype), -p).astype(complex) @ ql.matrix_power(a.astype(dtype), p)
+        assert np.linalg.norm(prod - np.eye(n)) <= 10 * n * e * p * np.linalg.cond(a) ** p
+
+
+def status_of(export, *args):
+    with warnings.catch_warnings():
+        warnings.simplefilter("ignore", ql.QuarzWarning)
+        return ql.invoke(export, *args, check=False)
+
+
+# Faults: the complex logarithm returned without its warning, or the warning for a matrix
+# with a real logarithm; the branch of log(-1); a zero root's warning lost, or a NaN root
+# returned with status 0.
+@dtypes
+def test_documented_cases(dtype):
+    l, e = LETTER[dtype], u(dtype)
+    real = not is_complex(dtype)
+    if real:
+        rot = np.array([[0, 1], [-1, 0]], dtype)
+        status, (x,) = status_of(l + "MtrxLnH", rot, 1)
+        ref = np.array([[0, np.pi / 2], [-np.pi / 2, 0]])
+        assert status == 359501 and rel_err(x, ref) <= bound("logm", dtype, 2, kappa("logm", rot, ref))
+        for mode, want in ((1, 359501), (0, 0)):
+            status, (x,) = status_of(l + "MtrxLnH", np.diag([-1, 1]).astype(dtype), mode)
+            assert status == want and np.array_equal(x, np.diag([np.pi * 1j, 0]).astype(x.dtype))
+    assert np.array_equal(ql.logm(np.diag([0, 1]).astype(dtype)), np.diag([-np.inf, 0]))
+    status, (x,) = status_of(l + "MtrxSqrtH", np.zeros((2, 2), dtype))
+    assert status == 20006 and not np.any(x)
+    # [[0, 1], [0, 0]] has no square root: 1 / (0 + 0) in the recurrence, under the warning.
+    status, (x,) = status_of(l + "MtrxSqrtH", np.array([[0, 1], [0, 0]], dtype))
+    assert status == 20006 and np.isnan(x[0, 1])
+    status, (x,) = status_of(l + "MtrxSqrtH", np.array([[0, 1], [0, 4]], dtype))
+    assert status == 0 and np.allclose(x, [[0, 0.5], [0, 2]], rtol=0, atol=10 * e)
+    assert np.array_equal(ql.sqrtm(np.array([[-4]], dtype)), [[2j]])
+    assert np.array_equal(ql.expm(np.zeros((3, 3), dtype)), np.eye(3))
+    assert np.allclose(ql.expm(np.array([[0, 1], [0, 0]], dtype)), [[1, 1], [0, 1]], rtol=0, atol=10 * e)
+    assert np.array_equal(ql.matrix_power(np.zeros((3, 3), dtype), 0), np.eye(3))
+    sing = np.array([[1, 2], [2, 4]], dtype)
+    assert np.allclose(ql.matrix_power(sing, -1), np.linalg.pinv(sing.astype(wide(dtype))), rtol=0, atol=100 * e)
