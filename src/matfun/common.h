@@ -68,18 +68,20 @@ inline T ScalarExp(const T& v) {
   }
 }
 
-// Principal square root of x + iy: s = x² + y², 0 when s is exactly 0, otherwise
-// √((x + r)/2) + i·√((r − x)/2) with r = √s, the imaginary part negated when y < 0 (a
-// negative zero does not flip it). Real arguments reach here only when positive.
+// Principal square root of x + iy: 0 for 0, otherwise √((x + r)/2) + i·√((r − x)/2)
+// with r = |x + iy|, the imaginary part negated when y < 0 (a negative zero does not
+// flip it). r is taken without forming x² + y², which would overflow from about 1e154
+// (1e19 in single precision) and underflow below the square roots of those bounds. Real
+// arguments reach here only when positive.
 template <class T>
 inline T ScalarSqrt(const T& v) {
   if constexpr (IsComplex<T>::value) {
     using R = RealOf<T>;
-    const R x = v.real(), y = v.imag(), s = x * x + y * y;
-    if (s == R(0)) return T(0);
-    const R r = std::sqrt(s);
-    const R im = std::sqrt((r - x) / 2);
-    return {std::sqrt((x + r) / 2), y < 0 ? -im : im};
+    const R x = v.real(), y = v.imag(), r = std::hypot(x, y);
+    if (r == R(0)) return T(0);
+    // Halved before the sum: x + r itself may overflow.
+    const R im = std::sqrt(r / 2 - x / 2);
+    return {std::sqrt(x / 2 + r / 2), y < 0 ? -im : im};
   } else {
     return std::sqrt(v);
   }
