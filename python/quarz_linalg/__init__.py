@@ -22,10 +22,11 @@ from .api import (dot, norm, mean, rms, matmul, matvec, vecmat, outer, kron, tra
 from .svd import svd, matrix_norm, cond, matrix_rank, inv, pinv
 from .eigen import eig, eigvals, eigh, eigvalsh
 from .decompositions import qr, schur, qz, ordqz
+from .power import matrix_power
 
 __all__ = [
     "QuarzError", "QuarzWarning", "raw", "invoke", "HostArray", "OPTIONS",
     "dot", "norm", "mean", "rms", "matmul", "matvec", "vecmat", "outer", "kron",
     "transpose", "trace", "special", "lu", "cholesky", "det", "solve",
-    "svd", "matrix_norm", "cond", "matrix_rank", "inv", "pinv",
+    "svd", "matrix_norm", "cond", "matrix_rank", "inv", "pinv", "matrix_power",
 ]
