@@ -49,8 +49,12 @@ def lstsq(a, b, rcond=None, *, refine=False):
     s = invoke(letter + "SVDH", a, 1, 0)[1][1]
     k = min(m, n)
     if status > 0:
-        cutoff = max(m, n) * (np.finfo(real).eps if tolerance <= 0 else tolerance) * s[0]
-        rank = min(int(np.sum(s > cutoff)), k - 1)
+        eps = np.finfo(real).eps
+        relative = max(m, n) * (eps if tolerance <= 0 else tolerance)
+        driver = not refine and (b.ndim == 1 or 4 * b.shape[1] <= max(m, n))
+        if driver and relative >= 1:
+            relative = eps                 # as LAPACK's gelsd reads such a bound
+        rank = min(int(np.sum(s > relative * s[0])), k - 1)
     else:
         rank = k
     if rank == n < m:
