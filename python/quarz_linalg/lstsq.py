@@ -31,8 +31,9 @@ def lstsq(a, b, rcond=None, *, refine=False):
       divide-and-conquer driver;
     - s and rank come from a separate values-only SVD of a; rank is min(M, N) unless the
       solver reported a deficiency, else the count of s above the cutoff;
-    - only 2-D a and 1-D or 2-D b (no stacks), none of them empty (QuarzError -20003);
-      b is converted to a's element type.
+    - only 2-D a and 1-D or 2-D b (no stacks); an empty a or b raises QuarzError
+      (-20003, or -20002 for a 1-D b whose length is not M); b is converted to a's
+      element type.
     """
     a = np.asarray(a)
     if a.ndim != 2:
