@@ -20,9 +20,9 @@ namespace ql {
 // Singular values at or below LeastSquaresCutoff·s1 count as zero in both solvers:
 // max(m, n)·tolerance, or max(m, n)·ε when the tolerance is not positive (NaN
 // included). It is the relative bound the kernel driver takes as its rcond. The driver
-// reads a bound of 1 or more as ε, so there a tolerance of 1 / max(m, n) or more keeps
-// every singular value above ε·s1, where the SVD solver would drop them all; the bound
-// is handed over as it stands all the same, so that the driver decides as it documents.
+// itself reads a bound of 1 or more as ε, so a tolerance of 1 / max(m, n) or more keeps
+// every singular value above ε·s1 there, where the SVD solver drops them all. The bound
+// is passed on unchanged: which values the driver keeps is the driver's decision.
 template <class T>
 RealOf<T> LeastSquaresCutoff(RealOf<T> tolerance, int32_t m, int32_t n) {
   return static_cast<RealOf<T>>(std::max(m, n)) * (tolerance > 0 ? tolerance : Elem<T>::Epsilon());
