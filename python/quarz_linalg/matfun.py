@@ -1,4 +1,4 @@
-"""numpy-style matrix functions: expm, sqrtm, logm, matrix_power."""
+"""numpy-style matrix functions: expm, sqrtm, logm (matrix_power is in power.py)."""
 import numpy as np
 
 from ._exports import invoke
@@ -43,10 +43,3 @@ def logm(a, real=False):
         return invoke(letter + "MtrxLnH", a, 1 if real else 0)[1][0]
     return invoke(letter + "MtrxLnH", a)[1][0]
 
-
-def matrix_power(a, n):
-    """a to the whole power n as numpy.linalg.matrix_power (repeated squaring), but a
-    negative n raises the Moore-Penrose pseudo-inverse to -n, so a singular matrix is
-    accepted instead of raising; n = -2**31 is allowed. Only 2-D inputs (no stacks)."""
-    a, letter = _square(a)
-    return invoke(letter + "MtrxPowH", a, int(n))[1][0]

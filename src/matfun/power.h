@@ -1,74 +1,85 @@
-// Whole-number powers of a square matrix in place, by repeated squaring; negative powers
-// start from the Moore–Penrose pseudo-inverse, so singular matrices are accepted.
+// Whole-number powers of a square matrix, in place: repeated squaring, with the
+// Moore–Penrose pseudo-inverse as the base of negative powers so that singular matrices
+// are accepted.
 #pragma once
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <utility>
 
 #include "frame/array.h"
-#include "matfun/common.h"
+#include "kernel/blas.h"
 #include "solve/inverse.h"
 
 namespace ql {
 
-// A = A^p. p = 0 gives the identity and p = 1 leaves A as it is (neither looks at the
-// elements); p = −1 is the pseudo-inverse in place; other powers take the power scratch
-// (n² elements for |p| = 2, else three n x n buffers: base, spare, accumulator). The
-// pseudo-inverse (default tolerance) gets pinvValues, pinvVectors, svdWork1 and svdWork3
-// in the order of its own scratch. The magnitude of p is taken unsigned, so
-// p = −2³¹ is 31 squarings of the pseudo-inverse.
+namespace power {
+
+// z = x·y for n x n row-major blocks (z distinct from both).
+template <class T>
+void Product(const T* x, const T* y, T* z, int32_t n) {
+  kernel::gemm(CblasRowMajor, CblasNoTrans, CblasNoTrans, n, n, n, T(1), x, n, y, n, T(0), z, n);
+}
+
+}  // namespace power
+
+// A (n x n) becomes A^p. p = 0 gives the identity, p = 1 leaves A, p = -1 is the
+// pseudo-inverse (default tolerance); other powers take a base B (a copy of A, or A's
+// pseudo-inverse for p < 0) and multiply by repeated squaring in three n x n buffers of
+// powerWork (one when |p| = 2, where A = B·B directly). The pseudo-inverse's scratch is
+// passed on in its own order: values, vectors, work, iwork. The magnitude of p is taken
+// as unsigned, so p = -2^31 is the 2^31-th power of the pseudo-inverse.
 template <class T>
 Status MtrxPowH(ArrayHandle ah, int32_t p, ArrayHandle powerWork, ArrayHandle pinvVectors, ArrayHandle pinvValues,
-                ArrayHandle svdWork1, ArrayHandle svdWork3) {
-  using R = RealOf<T>;
-  const auto m = ReadMatrix<T>(ah);
-  const int32_t n = m.rows;
-  if (m.cols != n) return StatusNotSquare;
+                ArrayHandle svdWork, ArrayHandle svdIwork) {
+  const auto a = ReadMatrix<T>(ah);
+  const int32_t n = a.rows;
+  if (a.rows != a.cols) return StatusNotSquare;
   if (n < 1) return StatusEmptyInput;
-  T* a = m.data;
   const int64_t nn = int64_t{n} * n;
   if (p == 0) {
-    std::fill(a, a + nn, T(0));
-    for (int64_t i = 0; i < n; ++i) a[i * n + i] = T(1);
+    std::fill(a.data, a.data + nn, T(0));
+    for (int64_t i = 0; i < n; ++i) a.data[i * n + i] = T(1);
     return StatusOk;
   }
   if (p == 1) return StatusOk;
-  const auto pinv = [&](T* out) {
-    return PseudoInverseCompute<T>(a, n, n, R(-1), out, pinvValues, pinvVectors, svdWork1, svdWork3);
+  const auto pseudoInverse = [&](T* out) {
+    return PseudoInverseCompute<T>(a.data, n, n, RealOf<T>(-1), out, pinvValues, pinvVectors, svdWork, svdIwork);
   };
-  if (p == -1) return pinv(a);
+  if (p == -1) return pseudoInverse(a.data);
 
-  uint32_t mag = p < 0 ? 0u - static_cast<uint32_t>(p) : static_cast<uint32_t>(p);
-  if (!powerWork) return StatusKernelError;
-  T* w;
-  if (Status s = ResizeVector<T>(powerWork, mag == 2 ? nn : 3 * nn, &w); s != StatusOk) return s;
-  T* base = w;
+  uint32_t q = p < 0 ? 0u - static_cast<uint32_t>(p) : static_cast<uint32_t>(p);
+  T* work;
+  if (Status s = ResizeVector<T>(powerWork, q == 2 ? nn : 3 * nn, &work); s != StatusOk) return s;
+  T* b = work;
   if (p < 0) {
-    if (Status s = pinv(base); s != StatusOk) return s;
+    if (Status s = pseudoInverse(b); s != StatusOk) return s;
   } else {
-    std::copy(a, a + nn, base);
+    std::memcpy(static_cast<void*>(b), a.data, sizeof(T) * size_t(nn));
   }
-  if (mag == 2) {
-    matfun::Product(n, base, base, a);
+  if (q == 2) {
+    power::Product(b, b, a.data, n);
     return StatusOk;
   }
-  T* spare = w + nn;
-  T* acc = w + 2 * nn;
-  for (; mag % 2 == 0; mag /= 2) {
-    matfun::Product(n, base, base, spare);
-    std::swap(base, spare);
+  T* t = work + nn;
+  T* r = work + 2 * nn;
+  for (; q % 2 == 0; q /= 2) {
+    power::Product(b, b, t, n);
+    std::swap(b, t);
   }
-  std::copy(base, base + nn, acc);
-  for (uint32_t q = mag / 2; q != 0; q /= 2) {
-    matfun::Product(n, base, base, spare);
-    std::swap(base, spare);
-    if (q % 2 == 1) {
-      matfun::Product(n, base, acc, spare);
-      std::swap(acc, spare);
+  // q is odd: r = B, then B is squared once per remaining bit and multiplied in where
+  // the bit is set.
+  std::memcpy(static_cast<void*>(r), b, sizeof(T) * size_t(nn));
+  for (q /= 2; q != 0; q /= 2) {
+    power::Product(b, b, t, n);
+    std::swap(b, t);
+    if (q % 2) {
+      power::Product(b, r, t, n);
+      std::swap(r, t);
     }
   }
-  std::copy(acc, acc + nn, a);
+  std::memcpy(static_cast<void*>(a.data), r, sizeof(T) * size_t(nn));
   return StatusOk;
 }
 
