@@ -22,7 +22,7 @@ from types import SimpleNamespace
 import numpy as np
 
 from ._host import TYPE_DTYPES, HostArray, letter_of, type_code
-from ._library import KIND_TABLE, bridge, kort, lib
+from ._library import BRIDGE_PATH, KIND_TABLE, bridge, kort, lib
 from ._status import QuarzError, QuarzWarning
 
 
