@@ -101,23 +101,36 @@ static int64_t count_of(ArrayHandle h, int rank) {
 
 /* ---- Per-thread handle cache --------------------------------------------------------- */
 
-/* Handles kept by all caches, and the bytes their (empty) blocks hold; changed under the
- * GIL only. The package subtracts them from the host's live counts. */
+/* A kept handle holds the elements of its last use while they take at most this many
+ * bytes (a repeated call then resizes nothing); larger blocks are emptied when kept. */
+enum { kKeepHeldBelow = 65536 };
+
+/* Handles kept by all caches, and the bytes their blocks hold; changed under the GIL
+ * only. The package subtracts them from the host's live counts. */
 static Py_ssize_t cached_handles, cached_bytes;
+
+typedef struct {
+  ArrayHandle h;
+  int32_t held;  /* elements its block holds */
+} Kept;
 
 typedef struct {
   PyObject_HEAD
   int count[kCodes][2];
-  ArrayHandle free[kCodes][2][kCacheDepth];
+  Kept kept[kCodes][2][kCacheDepth];
 } Cache;
+
+static Py_ssize_t held_bytes(int code, int rank, int32_t held) {
+  return elem_offset(code, rank) + (Py_ssize_t)held * kElemSize[code_index(code)];
+}
 
 static void cache_dealloc(Cache* c) {
   for (int k = 0; k < kCodes; ++k) {
     for (int r = 0; r < 2; ++r) {
       for (int i = 0; i < c->count[k][r]; ++i) {
-        host_free(c->free[k][r][i]);
+        host_free(c->kept[k][r][i].h);
         cached_handles -= 1;
-        cached_bytes -= elem_offset(kCode[k], r + 1);
+        cached_bytes -= held_bytes(kCode[k], r + 1, c->kept[k][r][i].held);
       }
     }
   }
@@ -150,32 +163,40 @@ static Cache* thread_cache(void) {
   return failed ? NULL : (Cache*)c;
 }
 
-/* An empty handle of this type and rank: from the cache, else new. */
-static ArrayHandle take(Cache* c, int code, int rank) {
+/* A handle of this type and rank with sizes 0: from the cache (*held: the elements its
+ * block still holds), else new (*held = 0). */
+static ArrayHandle take(Cache* c, int code, int rank, int32_t* held) {
   const int k = code_index(code), r = rank - 1;
   if (c->count[k][r] > 0) {
+    const Kept e = c->kept[k][r][--c->count[k][r]];
     cached_handles -= 1;
-    cached_bytes -= elem_offset(code, rank);
-    return c->free[k][r][--c->count[k][r]];
+    cached_bytes -= held_bytes(code, rank, e.held);
+    *held = e.held;
+    return e.h;
   }
   const int32_t zero[2] = {0, 0};
   ArrayHandle h = host_new(code, rank, zero);
   if (!h) PyErr_NoMemory();
+  *held = 0;
   return h;
 }
 
-/* Takes back a handle: emptied first if it may hold elements. After an export ran, its
- * sizes do not tell: an export that empties a handle writes 0 into its sizes even when
- * the host refused the resize. A handle the host refuses to empty is freed instead. */
-static void give(Cache* c, int code, int rank, ArrayHandle h, int may_hold) {
+/* Takes back a handle whose block holds `held` elements, or an unknown number (-1):
+ * after an export ran, the sizes of a handle it emptied read 0 even when the host
+ * refused the resize, so such a handle is emptied again. A handle the host refuses to
+ * empty is freed instead. */
+static void give(Cache* c, int code, int rank, ArrayHandle h, int64_t held) {
   if (!h) return;
   if (!*h) {
     host_free(h);
     return;
   }
-  if ((may_hold || count_of(h, rank) > 0) && host_resize(code, rank, &h, 0) != 0) {
-    host_free(h);
-    return;
+  if (held < 0 || held * kElemSize[code_index(code)] >= kKeepHeldBelow) {
+    if (held != 0 && host_resize(code, rank, &h, 0) != 0) {
+      host_free(h);
+      return;
+    }
+    held = 0;
   }
   int32_t* s = sizes_of(h);
   s[0] = 0;
@@ -185,9 +206,9 @@ static void give(Cache* c, int code, int rank, ArrayHandle h, int may_hold) {
     host_free(h);
     return;
   }
-  c->free[k][r][c->count[k][r]++] = h;
+  c->kept[k][r][c->count[k][r]++] = (Kept){h, (int32_t)held};
   cached_handles += 1;
-  cached_bytes += elem_offset(code, rank);
+  cached_bytes += held_bytes(code, rank, (int32_t)held);
 }
 
 /* ---- Outputs handed to numpy --------------------------------------------------------- */
@@ -305,7 +326,7 @@ static int int_value(PyObject* v, uint32_t* out) {
 /* Copies an array-like into a handle of the argument's type and rank, converting the
  * element type and gathering strided data in the same pass. */
 static int input_handle(Cache* c, PyObject* v, const QbKind* kd, const Export* e, ArrayHandle* out,
-                        Py_ssize_t* bytes_in) {
+                        int64_t* out_held, Py_ssize_t* bytes_in) {
   PyArrayObject* arr;
   if (PyArray_Check(v)) {
     arr = (PyArrayObject*)v;
@@ -337,10 +358,11 @@ static int input_handle(Cache* c, PyObject* v, const QbKind* kd, const Export* e
     PyErr_Format(PyExc_MemoryError, "%U: a host array holds at most 2**31 - 1 elements", e->name);
     goto done;
   }
-  ArrayHandle h = take(c, kd->code, rank);
+  int32_t held;
+  ArrayHandle h = take(c, kd->code, rank, &held);
   if (!h) goto done;
-  if (count > 0 && host_resize(kd->code, rank, &h, (int32_t)count) != 0) {
-    give(c, kd->code, rank, h, 0);
+  if (held != count && host_resize(kd->code, rank, &h, (int32_t)count) != 0) {
+    give(c, kd->code, rank, h, held);
     raise_status(StatusOutOfMemory, e->name);
     goto done;
   }
@@ -348,6 +370,7 @@ static int input_handle(Cache* c, PyObject* v, const QbKind* kd, const Export* e
   s[0] = (int32_t)dims[0];
   if (rank == 2) s[1] = (int32_t)dims[1];
   *out = h;
+  *out_held = count;
   if (count > 0) {
     char* data = (char*)*h + elem_offset(kd->code, rank);
     const size_t nbytes = (size_t)count * kElemSize[k];
@@ -360,7 +383,7 @@ static int input_handle(Cache* c, PyObject* v, const QbKind* kd, const Export* e
                                    NPY_ARRAY_CARRAY, NULL);
       if (!view || PyArray_CopyInto((PyArrayObject*)view, arr) < 0) {
         Py_XDECREF(view);
-        give(c, kd->code, rank, h, 0);
+        give(c, kd->code, rank, h, count);
         *out = NULL;
         goto done;
       }
@@ -386,6 +409,7 @@ static PyObject* run_export(Export* e, PyObject* const* inputs, Py_ssize_t n_inp
   if (!c) return NULL;
   Py_INCREF(c);
   QbArg a[kMaxArgs], store[kMaxArgs];
+  int64_t held[kMaxArgs];  /* elements each handle's block holds, -1 unknown */
   PyObject* result = NULL;
   Py_ssize_t bytes_in = 0;
   int prepared = 0, k = 0, called = 0;
@@ -396,13 +420,16 @@ static PyObject* run_export(Export* e, PyObject* const* inputs, Py_ssize_t n_inp
       case QB_INOUT: {
         PyObject* v = inputs[k++];
         a[i].h = NULL;
-        if (v != Py_None && input_handle(c, v, kd, e, &a[i].h, &bytes_in) < 0) goto cleanup;
+        if (v != Py_None && input_handle(c, v, kd, e, &a[i].h, &held[i], &bytes_in) < 0) goto cleanup;
         break;
       }
       case QB_OUT:
-      case QB_WORK:
-        if (!(a[i].h = take(c, kd->code, kd->rank))) goto cleanup;
+      case QB_WORK: {
+        int32_t kept;
+        if (!(a[i].h = take(c, kd->code, kd->rank, &kept))) goto cleanup;
+        held[i] = kept;
         break;
+      }
       case QB_IGNORED:
         a[i].h = NULL;
         break;
@@ -447,6 +474,9 @@ static PyObject* run_export(Export* e, PyObject* const* inputs, Py_ssize_t n_inp
   }
   *status_out = status;
   called = 1;
+  for (int i = 0; i < row->nargs; ++i) {
+    if (row->args[i].role == QB_OUT || row->args[i].role == QB_INOUT) held[i] = -1;
+  }
 
   PyObject* list = PyList_New(e->n_outputs);
   if (!list) goto cleanup;
@@ -461,6 +491,10 @@ static PyObject* run_export(Export* e, PyObject* const* inputs, Py_ssize_t n_inp
           Py_INCREF(Py_None);
           item = Py_None;
         } else {
+          /* Sizes written by the export describe what its resize asked for; sizes 0
+           * may hide a refused emptying. */
+          const int64_t n = count_of(a[i].h, kd->rank);
+          held[i] = n > 0 ? n : -1;
           item = output_array(kd, &a[i].h);
         }
         break;
@@ -486,7 +520,10 @@ static PyObject* run_export(Export* e, PyObject* const* inputs, Py_ssize_t n_inp
 cleanup:
   for (int i = 0; i < prepared; ++i) {
     const QbKind* kd = &row->args[i];
-    if (kd->role <= QB_WORK && kd->role != QB_IGNORED) give(c, kd->code, kd->rank, a[i].h, called);
+    if (kd->role > QB_WORK || kd->role == QB_IGNORED) continue;
+    /* Work handles come back with sizes 0 and an unknown content (see give). */
+    if (called && kd->role == QB_WORK) held[i] = -1;
+    give(c, kd->code, kd->rank, a[i].h, held[i]);
   }
   Py_DECREF(c);
   if (result && check && row->has_status && *status_out != 0) {

@@ -2,6 +2,7 @@
 // triangular A.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -122,8 +123,12 @@ Status LinEqSolve(const T* a, int32_t n, const T* b, int32_t k, int32_t matrixTy
   if (sized != StatusOk) return triangular || AllAccepted(a, nn) ? sized : StatusNotFinite;
   T* scratch = layout.Get(copyPiece);
   T* rhs = layout.Get(rhsPiece);
-  // The right-hand sides go column-major whatever the path (for k = 1 a plain copy).
-  ToColumnMajor(b, n, k, rhs);
+  // The right-hand sides go column-major whatever the path; one of them is copied as it is.
+  if (k == 1) {
+    std::copy(b, b + n, rhs);
+  } else {
+    ToColumnMajor(b, n, k, rhs);
+  }
 
   lapack_int info;
   Status positive;
@@ -150,7 +155,11 @@ Status LinEqSolve(const T* a, int32_t n, const T* b, int32_t k, int32_t matrixTy
       break;
   }
   if (Status s = FromInfo(info, positive); s != StatusOk) return s;
-  ToColumnMajor(rhs, k, n, x);
+  if (k == 1) {
+    std::copy(rhs, rhs + n, x);
+  } else {
+    ToColumnMajor(rhs, k, n, x);
+  }
   return StatusOk;
 }
 
