@@ -410,6 +410,8 @@ static PyObject* run_export(Export* e, PyObject* const* inputs, Py_ssize_t n_inp
   Py_INCREF(c);
   QbArg a[kMaxArgs], store[kMaxArgs];
   int64_t held[kMaxArgs];  /* elements each handle's block holds, -1 unknown */
+  PyObject* source[kMaxArgs] = {NULL};  /* the object each input handle was copied from */
+  char shared[kMaxArgs];                /* the handle is an earlier argument's */
   PyObject* result = NULL;
   Py_ssize_t bytes_in = 0;
   int prepared = 0, k = 0, called = 0;
@@ -420,7 +422,20 @@ static PyObject* run_export(Export* e, PyObject* const* inputs, Py_ssize_t n_inp
       case QB_INOUT: {
         PyObject* v = inputs[k++];
         a[i].h = NULL;
-        if (v != Py_None && input_handle(c, v, kd, e, &a[i].h, &held[i], &bytes_in) < 0) goto cleanup;
+        shared[i] = 0;
+        if (v == Py_None) break;
+        /* One array passed for two read-only inputs of one kind is copied once. */
+        if (kd->role == QB_IN) {
+          for (int j = 0; j < i && !a[i].h; ++j) {
+            if (source[j] == v && row->args[j].role == QB_IN && row->args[j].code == kd->code &&
+                row->args[j].rank == kd->rank && a[j].h) {
+              a[i].h = a[j].h;
+              shared[i] = 1;
+            }
+          }
+        }
+        source[i] = v;
+        if (!a[i].h && input_handle(c, v, kd, e, &a[i].h, &held[i], &bytes_in) < 0) goto cleanup;
         break;
       }
       case QB_OUT:
@@ -520,7 +535,7 @@ static PyObject* run_export(Export* e, PyObject* const* inputs, Py_ssize_t n_inp
 cleanup:
   for (int i = 0; i < prepared; ++i) {
     const QbKind* kd = &row->args[i];
-    if (kd->role > QB_WORK || kd->role == QB_IGNORED) continue;
+    if (kd->role > QB_WORK || kd->role == QB_IGNORED || (kd->role == QB_IN && shared[i])) continue;
     /* Work handles come back with sizes 0 and an unknown content (see give). */
     if (called && kd->role == QB_WORK) held[i] = -1;
     give(c, kd->code, kd->rank, a[i].h, held[i]);

@@ -137,17 +137,17 @@ def test_inputs_of_any_layout_and_element_type_arrive_as_their_values(rng):
 def test_large_outputs_keep_the_block_the_export_wrote(rng):
     a = rng.standard_normal((64, 64))
     ql.matmul(a, a)
-    before = ql.kort.KortLiveHandles()
+    before = ql.live_handles()
     r = ql.matmul(a, a)
     view = r[:2]
     # Handed over, not copied: the host block is the array's memory, and it stays
     # alive (and unchanged) as long as a view of it does.
-    assert not isinstance(r.base, np.ndarray) and ql.kort.KortLiveHandles() == before + 1
+    assert not isinstance(r.base, np.ndarray) and ql.live_handles() == before + 1
     del r
     ql.matmul(-a, a)
     assert np.array_equal(view, (a @ a)[:2])
     del view
-    assert ql.kort.KortLiveHandles() == before
+    assert ql.live_handles() == before
 
 
 @bridge_only
