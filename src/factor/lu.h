@@ -11,37 +11,6 @@
 
 namespace ql {
 
-namespace lu {
-
-// For m >= n: L (m x n) and U (n x n) from F, in bands of rows. Within a band, F's part
-// left of and in the band's diagonal block is transposed into L and the part right of
-// it into U (blocked copies); the diagonal block is then split along the diagonal with
-// contiguous copies and fills. Each element of F is read once.
-template <class T>
-void SplitTall(const T* f, int32_t m, int32_t n, T* l, T* u) {
-  constexpr int32_t kBand = 64;
-  for (int32_t i0 = 0; i0 < m; i0 += kBand) {
-    const int32_t i1 = std::min(m, i0 + kBand);
-    const int32_t c1 = std::min(i1, n);  // the diagonal block's columns are i0 .. c1 - 1
-    TransposeCopy<T>(c1, i1 - i0, f + i0, m, l + int64_t{i0} * n, n);
-    if (i0 < n && c1 < n) {
-      TransposeCopy<T>(n - c1, c1 - i0, f + int64_t{c1} * m + i0, m, u + int64_t{i0} * n + c1, n);
-    }
-    for (int32_t i = i0; i < i1; ++i) {
-      T* lrow = l + int64_t{i} * n;
-      if (i < n) {
-        T* urow = u + int64_t{i} * n;
-        std::fill(urow, urow + i, T(0));
-        std::copy(lrow + i, lrow + c1, urow + i);
-        lrow[i] = T(1);
-        std::fill(lrow + i + 1, lrow + n, T(0));
-      }
-    }
-  }
-}
-
-}  // namespace lu
-
 // Splits the kernel's packed column-major factor F (leading dimension m, pivots already
 // 0-based) into unit lower trapezoidal L (m x k), upper trapezoidal U (k x n) and the
 // 0/1 permutation P (m x m) with P[i][r] = 1 when row i of P·A is row r of A. w is an
@@ -51,11 +20,20 @@ template <class T>
 void AssembleLU(const T* f, int32_t m, int32_t n, const int32_t* piv, T* l, T* u, int32_t* p,
                 int32_t* w) {
   const int32_t k = std::min(m, n);
+  // One of L and U has A's shape (L when m >= n, U when m <= n): the whole factor is
+  // transposed into it with the blocked copy, then each row is split along the diagonal
+  // with contiguous copies and fills.
   if (m >= n) {
-    lu::SplitTall(f, m, n, l, u);
+    TransposeCopy<T>(n, m, f, m, l, n);
+    for (int32_t i = 0; i < k; ++i) {
+      T* lrow = l + int64_t{i} * n;
+      T* urow = u + int64_t{i} * n;
+      std::fill(urow, urow + i, T(0));
+      std::copy(lrow + i, lrow + n, urow + i);
+      lrow[i] = T(1);
+      std::fill(lrow + i + 1, lrow + n, T(0));
+    }
   } else {
-    // U has A's shape: the whole factor is transposed into it with the blocked copy,
-    // then each row is split along the diagonal with contiguous copies and fills.
     TransposeCopy<T>(n, m, f, m, u, n);
     for (int32_t i = 0; i < m; ++i) {
       T* lrow = l + int64_t{i} * k;
@@ -83,9 +61,16 @@ Status LUFactorize(const T* a, int32_t m, int32_t n, T* l, T* u, int32_t* p, int
                    ArrayHandle work, ArrayHandle iwork) {
   if (m < 1 || n < 1) return StatusEmptyInput;
   if (!work || !iwork) return StatusKernelError;
-  T* f;
+  // The factor starts on a cache line where the element alignment allows it (the host
+  // block's elements start 4 or 8 bytes into it): the blocked transpose into it then
+  // writes whole lines from its first row on. The work handle holds the few elements
+  // that may take.
+  constexpr int64_t kLineElements = 64 / sizeof(T);
+  T* w0;
   // m * n may exceed the host's int32 element count: ResizeVector refuses it unasked.
-  if (Status s = ResizeVector<T>(work, int64_t{m} * n, &f); s != StatusOk) return s;
+  if (Status s = ResizeVector<T>(work, int64_t{m} * n + kLineElements - 1, &w0); s != StatusOk) return s;
+  const auto address = reinterpret_cast<uintptr_t>(w0);
+  T* f = w0 + (address % sizeof(T) == 0 ? (64 - address % 64) % 64 / sizeof(T) : 0);
   ToColumnMajor(a, m, n, f);
   const lapack_int info = kernel::getrf(m, n, f, m, piv);
   if (info < 0) return StatusKernelError;
