@@ -112,8 +112,12 @@ Status LinEqSolve(const T* a, int32_t n, const T* b, int32_t k, int32_t matrixTy
 
   // The scratch holds the matrix copy (not for the triangular paths) and then the
   // right-hand sides; together they must fit the host's int32 element count.
+  // The matrix copy starts on a cache line where the element alignment allows it, which
+  // the kernel's factorization runs a little faster on; its piece holds the few elements
+  // that may take.
+  constexpr int64_t kLineElements = 64 / sizeof(T);
   WorkLayout<T> layout;
-  const auto copyPiece = layout.template Add<T>(triangular ? 0 : nn);
+  const auto copyPiece = layout.template Add<T>(triangular ? 0 : nn + kLineElements - 1);
   const auto rhsPiece = layout.template Add<T>(nk);
   Status sized = layout.Bind(valueScratch);
   int32_t* ipiv = nullptr;
@@ -122,6 +126,9 @@ Status LinEqSolve(const T* a, int32_t n, const T* b, int32_t k, int32_t matrixTy
   }
   if (sized != StatusOk) return triangular || AllAccepted(a, nn) ? sized : StatusNotFinite;
   T* scratch = layout.Get(copyPiece);
+  if (const auto address = reinterpret_cast<uintptr_t>(scratch); address % sizeof(T) == 0) {
+    scratch += (64 - address % 64) % 64 / sizeof(T);
+  }
   T* rhs = layout.Get(rhsPiece);
   // The right-hand sides go column-major whatever the path; one of them is copied as it is.
   if (k == 1) {
