@@ -6,8 +6,9 @@
 For each size: ql.solve / np.linalg.solve, ql.det / np.linalg.det, ql.matmul / np.matmul
 (n x n), ql.dot / np.vdot (n-vectors; ql.dot conjugates its second argument as np.vdot does
 its first) and, up to n = 16, scipy.linalg.solve / ql.solve. Every figure is the best of
-several repetitions of a timed loop, with both sides interleaved so that a load that
-changes during the run hits both; ratios below 1 mean the Python host is faster.
+many repetitions of a short timed loop (about a millisecond, shorter than a scheduler time
+slice, so that on a loaded machine some repetitions run undisturbed), with both sides
+interleaved; ratios below 1 mean the Python host is faster.
 QUARZ_LINALG_BRIDGE=0 measures the ctypes path.
 """
 import argparse
@@ -30,7 +31,7 @@ def best_time(fn, budget):
         for _ in range(number):
             fn()
         t = time.perf_counter() - t0
-        if t >= budget / 5 or number >= 1 << 20:
+        if t >= budget / 5 or number >= 1 << 20 or t * 4 > budget:
             return t / number, number
         number *= 4
 
@@ -52,8 +53,8 @@ def compare(ours, theirs, repeats, budget):
 def main():
     ap = argparse.ArgumentParser()
     ap.add_argument("--sizes", default="4,8,16,32,64,128,256,512,1024")
-    ap.add_argument("--repeats", type=int, default=7)
-    ap.add_argument("--budget", type=float, default=0.05, help="seconds per timed loop")
+    ap.add_argument("--repeats", type=int, default=31)
+    ap.add_argument("--budget", type=float, default=0.005, help="seconds per timed loop")
     a = ap.parse_args()
     import scipy.linalg
 
