@@ -850,6 +850,45 @@ static PyObject* make_op(PyObject* module, PyObject* args) {
   return (PyObject*)op;
 }
 
+/* A stand-in export with one argument of each role that the generated stubs pass
+ * differently (by-value elements, pointed-to inputs, ignored handles, int32 results), so
+ * that tests can run the bridge's argument handling against a function of their own. */
+typedef int32_t (*ProbeFn)(ArrayHandle x, QuarzComplexDouble s, const double* p, const QuarzComplexDouble* q,
+                           ArrayHandle skip, ArrayHandle w, double* r, int32_t* k, ArrayHandle y);
+static int32_t probe_call(void* fn, QbArg* a) {
+  return ((ProbeFn)fn)(a[0].h, a[1].z, a[2].p, a[3].p, a[4].h, a[5].h, a[6].p, a[7].p, a[8].h);
+}
+static const QbKind kProbeArgs[] = {{QB_IN, 13, 1}, {QB_ELEM, 13, 0}, {QB_REAL_IN, 10, 0}, {QB_ELEM_IN, 13, 0},
+                                    {QB_IGNORED, 13, 2}, {QB_WORK, 3, 1}, {QB_REAL_OUT, 10, 0},
+                                    {QB_INT_OUT, 3, 0}, {QB_OUT, 12, 2}};
+static const QbRow kProbeRow = {"zProbeH", "ProbeH", "z", 1, 9, kProbeArgs, probe_call};
+
+/* probe(address) -> the stand-in export calling the function at `address`. */
+static PyObject* probe(PyObject* module, PyObject* arg) {
+  (void)module;
+  void* fn = PyLong_AsVoidPtr(arg);
+  if (!fn) {
+    if (!PyErr_Occurred()) PyErr_SetString(PyExc_ValueError, "null function address");
+    return NULL;
+  }
+  if (!host_free) {
+    PyErr_SetString(PyExc_RuntimeError, "bind() first");
+    return NULL;
+  }
+  Export* e = PyObject_New(Export, &ExportType);
+  if (!e) return NULL;
+  e->vectorcall = export_vectorcall;
+  e->row = &kProbeRow;
+  e->fn = fn;
+  e->n_inputs = count_role(&kProbeRow, 1);
+  e->n_outputs = count_role(&kProbeRow, 0);
+  if (!(e->name = PyUnicode_FromString(kProbeRow.name))) {
+    Py_DECREF(e);
+    return NULL;
+  }
+  return (PyObject*)e;
+}
+
 /* held() -> (handles, bytes) that the threads' caches keep for reuse. */
 static PyObject* held(PyObject* module, PyObject* unused) {
   (void)module;
@@ -870,6 +909,7 @@ static PyObject* release(PyObject* module, PyObject* unused) {
 static PyMethodDef methods[] = {
     {"bind", bind, METH_VARARGS, "bind(library_handle, runtime_handle, check_status, QuarzError)"},
     {"op", make_op, METH_VARARGS, "op(name, first_only=False)"},
+    {"probe", probe, METH_O, "probe(address): a stand-in export with every argument role, for tests"},
     {"held", held, METH_NOARGS, "held() -> (handles, bytes) kept for reuse by all threads"},
     {"release", release, METH_NOARGS, "release(): frees this thread's kept handles"},
     {NULL, NULL, 0, NULL},

@@ -80,9 +80,12 @@ def test_numpy_layer_frees_every_handle_when_a_call_fails(rng):
         ql.invoke("dMtrxMulH", np.ones((2, 2)), np.ones((2, 2, 2)))
 
 
-def test_invoke_passes_every_role_through_the_c_interface(monkeypatch):
+@pytest.mark.parametrize("path", ["ctypes", "bridge"])
+def test_invoke_passes_every_role_through_the_c_interface(monkeypatch, path):
     """A stand-in export (a C callback) with one argument of each role that no landed
     export uses yet: by-value and pointed-to inputs, ignored handles, int32 results."""
+    if path == "bridge" and ql.BRIDGE_PATH is None:
+        pytest.skip("calls go through ctypes")
     args = [{"name": "x", "role": "in", "rank": 1, "elem": "z"},
             {"name": "s", "role": "elem", "elem": "z"},
             {"name": "p", "role": "real_in", "elem": "d"},
@@ -95,18 +98,26 @@ def test_invoke_passes_every_role_through_the_c_interface(monkeypatch):
     seen = {}
 
     def body(x, s, p, q, skip, w, r, k, y):
-        seen.update(s=complex(s.re, s.im), p=p[0], q=complex(q[0].re, q[0].im), skip=skip,
+        seen.update(s=complex(s.re, s.im), p=p[0] if p else None,
+                    q=complex(q[0].re, q[0].im) if q else None, skip=skip,
                     x=ql.kort.KortArrayDim(x, 0), w=bool(w), y=bool(y))
         r[0], k[0] = 2.5, 7
         return 20003
 
     fn = ctypes.CFUNCTYPE(ctypes.c_int32, *map(ql._exports.c_argtype, args))(body)
-    monkeypatch.setitem(ql.EXPORTS, "zProbeH", {"name": "zProbeH", "result": "status", "args": args})
-    monkeypatch.setattr(ql.raw, "zProbeH", fn, raising=False)
+    if path == "bridge":
+        call = ql._library.bridge.probe(ctypes.cast(fn, ctypes.c_void_p).value)
+    else:
+        monkeypatch.setitem(ql.EXPORTS, "zProbeH", {"name": "zProbeH", "result": "status", "args": args})
+        monkeypatch.setattr(ql.raw, "zProbeH", fn, raising=False)
+        call = lambda *inputs: ql.invoke("zProbeH", *inputs)  # noqa: E731
     with pytest.warns(ql.QuarzWarning):
-        status, (r, k, y) = ql.invoke("zProbeH", np.ones(3), 1 - 2j, 0.5, 3j)
+        status, (r, k, y) = call(np.ones(3), 1 - 2j, 0.5, 3j)
     assert status == 20003 and seen == dict(s=1 - 2j, p=0.5, q=3j, skip=None, x=3, w=True, y=True)
     assert (r, r.dtype, k, k.dtype, y.shape, y.dtype) == (2.5, np.float64, 7, np.int32, (0, 0), np.complex64)
+    with pytest.warns(ql.QuarzWarning):
+        call(np.ones(2), 2, None, None)
+    assert (seen["s"], seen["p"], seen["q"], seen["x"]) == (2, None, None, 2)
 
 
 def test_fresh_process_resizes_through_the_runtime_it_loaded():
