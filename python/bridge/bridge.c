@@ -3,7 +3,8 @@
  * Calls the library's exports on numpy arrays: every input array is copied once into a
  * host handle, the export runs, and each output comes back as a numpy array that keeps
  * the export's own host block alive (tiny outputs are copied instead: one copy of a few
- * hundred bytes costs less than a fresh host handle for the next call). Handles are
+ * hundred bytes costs less than a fresh host handle for the next call). Such an output
+ * passed back in as a read-only input is not copied at all: its block's handle is. Handles are
  * reused: each Python thread keeps the empty handles of its finished calls (inputs
  * emptied again, outputs copied out, work handles as the export leaves them, empty) and
  * takes them for its next call, so the host's pool keeps their capacity and a repeated
@@ -217,6 +218,7 @@ static void give(Cache* c, int code, int rank, ArrayHandle h, int64_t held) {
 typedef struct {
   PyObject_HEAD
   ArrayHandle h;
+  int code, rank;  /* the handle's element type and rank */
 } HostBlock;
 
 static void host_block_dealloc(HostBlock* b) {
@@ -256,6 +258,8 @@ static PyObject* output_array(const QbKind* kd, ArrayHandle* hp) {
     return NULL;
   }
   owner->h = *hp;
+  owner->code = kd->code;
+  owner->rank = kd->rank;
   *hp = NULL;
   if (PyArray_SetBaseObject((PyArrayObject*)a, (PyObject*)owner) < 0) {
     Py_DECREF(a);  /* the owner was stolen either way and frees the handle */
@@ -321,6 +325,24 @@ static int int_value(PyObject* v, uint32_t* out) {
   if (m == (unsigned long long)-1 && PyErr_Occurred()) return -1;
   *out = (uint32_t)m;
   return 0;
+}
+
+/* An output of an earlier call that still is the whole host block it came back in (a
+ * plain native array of the block's type, rank and sizes at the block's first element):
+ * that block's handle, which a read-only input can take as it is. Null otherwise. */
+static ArrayHandle own_block(PyObject* v, const QbKind* kd) {
+  if (!PyArray_CheckExact(v)) return NULL;
+  PyArrayObject* arr = (PyArrayObject*)v;
+  PyObject* base = PyArray_BASE(arr);
+  if (!base || Py_TYPE(base) != &HostBlockType) return NULL;
+  const HostBlock* b = (const HostBlock*)base;
+  if (!b->h || !*b->h || b->code != kd->code || b->rank != kd->rank || PyArray_NDIM(arr) != kd->rank) return NULL;
+  if (PyArray_TYPE(arr) != kNpyType[code_index(kd->code)] || !PyArray_ISNOTSWAPPED(arr) ||
+      !PyArray_IS_C_CONTIGUOUS(arr) || PyArray_DATA(arr) != (char*)*b->h + elem_offset(kd->code, kd->rank))
+    return NULL;
+  const int32_t* s = sizes_of(b->h);
+  if (PyArray_DIM(arr, 0) != s[0] || (kd->rank == 2 && PyArray_DIM(arr, 1) != s[1])) return NULL;
+  return b->h;
 }
 
 /* Copies an array-like into a handle of the argument's type and rank, converting the
@@ -411,7 +433,8 @@ static PyObject* run_export(Export* e, PyObject* const* inputs, Py_ssize_t n_inp
   QbArg a[kMaxArgs], store[kMaxArgs];
   int64_t held[kMaxArgs];  /* elements each handle's block holds, -1 unknown */
   PyObject* source[kMaxArgs] = {NULL};  /* the object each input handle was copied from */
-  char shared[kMaxArgs];                /* the handle is an earlier argument's */
+  char shared[kMaxArgs];                /* the handle is not ours: an earlier argument's, or
+                                           the block of an array passed in */
   PyObject* result = NULL;
   Py_ssize_t bytes_in = 0;
   int prepared = 0, k = 0, called = 0;
@@ -435,6 +458,10 @@ static PyObject* run_export(Export* e, PyObject* const* inputs, Py_ssize_t n_inp
           }
         }
         source[i] = v;
+        if (!a[i].h && kd->role == QB_IN && (a[i].h = own_block(v, kd))) {
+          shared[i] = 1;
+          bytes_in += PyArray_NBYTES((PyArrayObject*)v);
+        }
         if (!a[i].h && input_handle(c, v, kd, e, &a[i].h, &held[i], &bytes_in) < 0) goto cleanup;
         break;
       }

@@ -201,3 +201,16 @@ def test_a_bridge_built_from_another_kind_table_is_not_used(tmp_path):
                              cwd=str(ql._library.REPO_DIR / "python"), timeout=60, env=env)
         assert "was built from another quarz_linalg_exports.json" in out.stderr
         assert (out.returncode != 0) == fails and (fails or out.stdout.split() == ["None", "2.0"])
+
+
+@bridge_only
+def test_an_output_passed_back_in_is_read_in_place(rng):
+    a = rng.standard_normal((64, 64))
+    r = ql.matmul(a, a)
+    ql.transpose(np.ones((3, 3)))
+    before = ql.resize_count()
+    assert np.array_equal(ql.transpose(r), r.T)
+    assert ql.resize_count() - before == 1  # the result's; the input was not copied
+    # Views that are not the whole block as it came back are copied as their values.
+    for view in (r[1:], r[:, 1:], r.T, r[::2], r.reshape(32, 128), r.view(np.int64)):
+        assert np.array_equal(ql.invoke("dTransposeH", view)[1][0], view.T.astype(np.float64))
