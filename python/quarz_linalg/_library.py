@@ -15,10 +15,11 @@ or was built from another kind table), unset through the bridge when it is there
 """
 import ctypes
 import hashlib
+import importlib
 import importlib.machinery
-import importlib.util
 import json
 import os
+import sys
 import warnings
 from pathlib import Path
 
@@ -155,13 +156,20 @@ def _load_bridge():
     if path is None:
         problem = f"no {BRIDGE_NAME} extension beside {LIB_NAME} in {LIB_DIR}"
     else:
-        spec = importlib.util.spec_from_file_location(BRIDGE_NAME, path)
-        module = importlib.util.module_from_spec(spec)
-        spec.loader.exec_module(module)
+        # Imported with the library's directory first; which file answered is checked.
+        saved_path = sys.path[:]
+        sys.path.insert(0, str(LIB_DIR))
+        try:
+            module = importlib.import_module(BRIDGE_NAME)
+        finally:
+            sys.path[:] = saved_path
+        if Path(module.__file__).resolve() != path.resolve():
+            problem = f"{BRIDGE_NAME} was imported from {module.__file__} already, not from {path}"
         # Built from another kind table, its call stubs would not match the library.
-        if module.TABLE_DIGEST == hashlib.sha256(_KIND_TABLE_BYTES).hexdigest():
+        elif module.TABLE_DIGEST == hashlib.sha256(_KIND_TABLE_BYTES).hexdigest():
             return module
-        problem = f"{path} was built from another {KIND_TABLE_NAME}; rebuild"
+        else:
+            problem = f"{path} was built from another {KIND_TABLE_NAME}; rebuild"
     if setting == "1":
         raise LibraryNotFound(f"{BRIDGE_ENV}=1: {problem}")
     if path is not None:
