@@ -15,8 +15,9 @@ def _square(a):
 def expm(a):
     """Matrix exponential as scipy.linalg.expm, in the input's element type. The Pade
     degree is chosen for a relative truncation error of 1e-8 of the scaled matrix (scipy
-    aims at the unit roundoff), so double results carry about eight digits for a well
-    conditioned exponential. Only 2-D inputs (no stacks)."""
+    aims at the unit roundoff), so in double only about eight digits are assured for a
+    well conditioned exponential, although far more are usual. Only 2-D inputs (no
+    stacks)."""
     a, letter = _square(a)
     return invoke(letter + "MtrxExpH", a)[1][0]
 
