@@ -4,7 +4,7 @@
 // mode when its flag is 1, then the dispatch, which always applies, and calls the kernel
 // once.
 //
-// gemv keeps its historical bounds (lda against the row length n whatever the layout);
+// gemv checks lda against the row length n whatever the layout, as its hosts rely on;
 // for a column-major call its checking mode also checks the column-major walk, so that
 // an accepted call stays inside the host block. symv, hemv and trmv have a square A, for
 // which both layouts walk alike.

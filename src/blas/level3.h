@@ -3,11 +3,11 @@
 // against its host array, an empty result sized), then the dispatch, which always
 // applies, and calls the kernel once.
 //
-// gemm keeps its historical bounds: its leading dimensions are checked against the
-// row-major row lengths whatever the layout, and an empty C is sized row-major. For a
-// column-major call the checking mode also checks the column-major walk, so that a call
-// it accepts never leaves the host blocks. The later entry points check each operand by
-// the walk of its own layout, as the kernel does.
+// gemm checks its leading dimensions against the row-major row lengths whatever the
+// layout, and sizes an empty C row-major, as its hosts rely on. The checking mode then
+// also checks a column-major call's column-major walk, so that no call it accepts leaves
+// the host blocks or trips the kernel's own argument check. symm, hemm and trmm check
+// each operand by the walk of its own layout, as the kernel does.
 #pragma once
 
 #include "blas/operands.h"
