@@ -28,11 +28,14 @@ Status GemmOperandFits(const MatrixView<T>& M, int32_t row, int32_t col, int32_t
 
 }  // namespace blas
 
-// C := alpha op(A) op(B) + beta C.
+// C := alpha op(A) op(B) + beta C. Inlined into its exports, so that its 21 arguments
+// are not passed a second time through the stack: small products are called often.
 template <class T>
-Status koblas_gemm(ArrayHandle Ah, ArrayHandle Bh, ArrayHandle Ch, const T* alpha, const T* beta, int32_t m, int32_t n,
-                   int32_t k, int32_t transA, int32_t transB, int32_t aRow, int32_t aCol, int32_t bRow, int32_t bCol,
-                   int32_t cRow, int32_t cCol, int32_t lda, int32_t ldb, int32_t ldc, int32_t layout, int32_t check) {
+[[gnu::always_inline]] inline Status koblas_gemm(ArrayHandle Ah, ArrayHandle Bh, ArrayHandle Ch, const T* alpha,
+                                                 const T* beta, int32_t m, int32_t n, int32_t k, int32_t transA,
+                                                 int32_t transB, int32_t aRow, int32_t aCol, int32_t bRow, int32_t bCol,
+                                                 int32_t cRow, int32_t cCol, int32_t lda, int32_t ldb, int32_t ldc,
+                                                 int32_t layout, int32_t check) {
   using namespace blas;
   const auto A = ReadMatrix<T>(Ah), B = ReadMatrix<T>(Bh);
   auto C = ReadMatrix<T>(Ch);
