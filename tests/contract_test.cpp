@@ -206,6 +206,8 @@ const Row kRows[] = {
 #include "statuses/eigen.inc"
 #include "statuses/qr_schur_qz.inc"
 #include "statuses/koblas.inc"
+#include "statuses/least_squares.inc"
+#include "statuses/matrix_power.inc"
 };
 
 TEST(Contract, FamilyStatusesInCheckOrder) {
