@@ -1,11 +1,12 @@
 // Typed overloads of the kernel routines behind the matrix functions that the other
-// kernel headers do not wrap: gebal (balancing), axpy and trmm. Same conventions as
+// kernel headers do not wrap: gebal (balancing) and axpy. Same conventions as
 // kernel/lapack.h and kernel/blas.h: the packages' prototypes, info returned, one call
 // shape across the four element types.
 #pragma once
 
 #include <cblas.h>
 
+#include "kernel/blas.h"
 #include "kernel/lapack.h"
 
 namespace ql::kernel {
@@ -23,11 +24,5 @@ inline void axpy(blasint n, float alpha, const float* x, blasint incx, float* y,
 inline void axpy(blasint n, double alpha, const double* x, blasint incx, double* y, blasint incy) { cblas_daxpy(n, alpha, x, incx, y, incy); }
 inline void axpy(blasint n, cf alpha, const cf* x, blasint incx, cf* y, blasint incy) { cblas_caxpy(n, &alpha, x, incx, y, incy); }
 inline void axpy(blasint n, cd alpha, const cd* x, blasint incx, cd* y, blasint incy) { cblas_zaxpy(n, &alpha, x, incx, y, incy); }
-
-// B := alpha·op(A)·B (side left) or alpha·B·op(A) (side right), A triangular.
-inline void trmm(CBLAS_ORDER o, CBLAS_SIDE s, CBLAS_UPLO u, CBLAS_TRANSPOSE t, CBLAS_DIAG d, blasint m, blasint n, float alpha, const float* a, blasint lda, float* b, blasint ldb) { cblas_strmm(o, s, u, t, d, m, n, alpha, a, lda, b, ldb); }
-inline void trmm(CBLAS_ORDER o, CBLAS_SIDE s, CBLAS_UPLO u, CBLAS_TRANSPOSE t, CBLAS_DIAG d, blasint m, blasint n, double alpha, const double* a, blasint lda, double* b, blasint ldb) { cblas_dtrmm(o, s, u, t, d, m, n, alpha, a, lda, b, ldb); }
-inline void trmm(CBLAS_ORDER o, CBLAS_SIDE s, CBLAS_UPLO u, CBLAS_TRANSPOSE t, CBLAS_DIAG d, blasint m, blasint n, cf alpha, const cf* a, blasint lda, cf* b, blasint ldb) { cblas_ctrmm(o, s, u, t, d, m, n, &alpha, a, lda, b, ldb); }
-inline void trmm(CBLAS_ORDER o, CBLAS_SIDE s, CBLAS_UPLO u, CBLAS_TRANSPOSE t, CBLAS_DIAG d, blasint m, blasint n, cd alpha, const cd* a, blasint lda, cd* b, blasint ldb) { cblas_ztrmm(o, s, u, t, d, m, n, &alpha, a, lda, b, ldb); }
 
 }  // namespace ql::kernel
