@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # The whole test suite: the GoogleTest suites in a release build and again under
 # AddressSanitizer + UndefinedBehaviorSanitizer (with the host moving every block it
-# resizes), then the Python host's numpy/scipy
-# oracle suite against the release build; then the many-threads run under ThreadSanitizer
-# and a bounded fuzzing run over every export.
+# resizes), then the Python host's numpy/scipy oracle suite against the release build,
+# the Windows DLL cross-compiled and run under Wine (scripts/windows.sh); then the
+# many-threads run under ThreadSanitizer and a bounded fuzzing run over every export.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
@@ -19,6 +19,9 @@ KORT_MOVE_ON_RESIZE=1 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS
   ctest --test-dir build-asan --output-on-failure -j"$jobs"
 
 python/run_tests.sh build
+
+# The Windows DLL, cross-compiled: its export table, and attach and a call under Wine.
+scripts/windows.sh build-mingw
 
 # Host threads under ThreadSanitizer; the kernel runs one thread per call, since TSan
 # cannot see the synchronisation of OpenBLAS's own (uninstrumented) thread pool.
