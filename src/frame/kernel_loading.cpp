@@ -72,7 +72,7 @@ bool EqualsTrue(const char* value) {
   return true;
 }
 
-void* Lookup(void* context, const char* symbol) {
+void* KernelSymbol(void* context, const char* symbol) {
   auto* pair = static_cast<std::pair<Platform*, void*>*>(context);
   return pair->first->Symbol(pair->second, symbol);
 }
@@ -94,7 +94,7 @@ int LoadFrom(Platform& platform, LoaderState& state, const PathChar* directory) 
   }
   // A kernel that lacks a routine the library calls is no kernel for it.
   std::pair<Platform*, void*> context{&platform, kernel};
-  if (kernel::BindEntries(Lookup, &context) != nullptr) {
+  if (kernel::BindEntries(KernelSymbol, &context) != nullptr) {
     platform.Unload(kernel);
     platform.Unload(openmp);
     return 0;
