@@ -3,8 +3,8 @@
 # checks that its export table is exactly the export list (names, no extras, no
 # decorations), and, where Wine is installed, loads it in Windows host processes from
 # run-time directories laid out here (a marker kernel and a stand-in OpenMP runtime built
-# with mingw): the kernel beside the DLL, the one named by the registry, none at all, and
-# the per-thread buffer release.
+# with mingw): the kernel beside the DLL, the one named by the registry, and none at all;
+# with the per-thread buffer release and KMP_DUPLICATE_LIB_OK set and restored.
 # Usage: scripts/windows.sh [build dir=build-mingw]
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -43,6 +43,7 @@ $cc -O2 -shared -o "$work/quarz_core_130000.dll" "$src/marker_kernel.c" "$work/m
 $cc -O2 -shared -o "$work/libiomp5md.dll" "$src/openmp_runtime.c"
 $cc -O2 -o "$work/probe.exe" "$src/probe.c"
 
+unset KMP_DUPLICATE_LIB_OK
 export WINEPREFIX="$PWD/$work/prefix" WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
 wineboot -i >/dev/null 2>&1 || true
 layout() {  # layout <dir> [runtime dir]: the DLL in <dir>, the run-time modules where asked
@@ -54,7 +55,7 @@ layout() {  # layout <dir> [runtime dir]: the DLL in <dir>, the run-time modules
   fi
 }
 failed=0
-expect() {  # expect <name> <expected output> <probe arguments...>
+expect() {  # expect <name> <expected output> <DLL path>
   local name="$1" want="$2"
   shift 2
   local got
@@ -71,13 +72,12 @@ key='HKLM\SOFTWARE\Orvane\Korvo\13.0\AddOns\Quarz Toolkit'
 wine reg delete "$key" /f >/dev/null 2>&1 || true
 
 layout "$work/own" "$work/own"
-KMP_DUPLICATE_LIB_OK=0 expect "kernel beside the DLL, switch restored" $'0\n0 1003\nTRUE\n0' dot "$(winepath -w "$work/own/QUARZ_LINALG.dll")"
-expect "ending thread releases its buffers" $'(unset)\n0 1003\nreleased 1\nTRUE\nTRUE' thread "$(winepath -w "$work/own/QUARZ_LINALG.dll")"
+KMP_DUPLICATE_LIB_OK=0 expect "kernel beside the DLL" $'0\n0 1003\nreleased 1\nTRUE\n0' "$(winepath -w "$work/own/QUARZ_LINALG.dll")"
 layout "$work/alone"
-expect "no kernel anywhere: the DLL does not load" $'(unset)\nload failed' dot "$(winepath -w "$work/alone/QUARZ_LINALG.dll")"
+expect "no kernel anywhere: the DLL does not load" $'(unset)\nload failed' "$(winepath -w "$work/alone/QUARZ_LINALG.dll")"
 layout "$work/alone" "$work/runtime/13.0.0"
 wine reg add "$key" /v RunTimeDIR64 /t REG_SZ /d "$(winepath -w "$work/runtime")" /f >/dev/null 2>&1
-expect "registry run-time directory" $'(unset)\n0 1003\nTRUE\nTRUE' dot "$(winepath -w "$work/alone/QUARZ_LINALG.dll")"
+expect "registry run-time directory" $'(unset)\n0 1003\nreleased 1\nTRUE\nTRUE' "$(winepath -w "$work/alone/QUARZ_LINALG.dll")"
 wine reg delete "$key" /f >/dev/null 2>&1 || true
 wineserver -k >/dev/null 2>&1 || true
 if [ "$failed" -ne 0 ]; then
