@@ -26,6 +26,7 @@ const char* Switch() {
 
 int main(int argc, char** argv) {
   if (argc < 2) return 2;
+  std::setvbuf(stdout, nullptr, _IONBF, 0);
   std::printf("%s\n", Switch());
   void* lib = dlopen(argv[1], RTLD_NOW | RTLD_LOCAL);
   if (!lib) return 1;
