@@ -203,6 +203,8 @@ const Row kRows[] = {
 #include "statuses/condition.inc"
 #include "statuses/eigen.inc"
 #include "statuses/qr_schur_qz.inc"
+#include "statuses/least_squares.inc"
+#include "statuses/matrix_power.inc"
 };
 
 TEST(Contract, FamilyStatusesInCheckOrder) {
