@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # The whole test suite: the GoogleTest suites in a release build and again under
 # AddressSanitizer + UndefinedBehaviorSanitizer (with the host moving every block it
-# resizes), then the Python host's numpy/scipy
-# oracle suite against the release build (through the compiled bridge and through ctypes); then the many-threads run under ThreadSanitizer
-# and a bounded fuzzing run over every export.
+# resizes), then the Python host's numpy/scipy oracle suite against the release build
+# (through the compiled bridge and through ctypes), the Windows DLL cross-compiled and run
+# under Wine (scripts/windows.sh); then the many-threads run under ThreadSanitizer and a
+# bounded fuzzing run over every export.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
@@ -21,6 +22,9 @@ KORT_MOVE_ON_RESIZE=1 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS
 # The Python suite twice: through the compiled bridge, and through the ctypes fallback.
 QUARZ_LINALG_BRIDGE=1 python/run_tests.sh build
 QUARZ_LINALG_BRIDGE=0 python/run_tests.sh build
+
+# The Windows DLL, cross-compiled: its export table, and attach and a call under Wine.
+scripts/windows.sh build-mingw
 
 # Host threads under ThreadSanitizer; the kernel runs one thread per call, since TSan
 # cannot see the synchronisation of OpenBLAS's own (uninstrumented) thread pool.

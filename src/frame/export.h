@@ -21,6 +21,7 @@
 #include <utility>
 
 #include "frame/array.h"
+#include "frame/kernel_loading.h"
 #include "frame/status.h"
 #include "frame/traits.h"
 
@@ -154,7 +155,8 @@ inline bool IsWritten(ArrayHandle h, const ArrayHandle* written, size_t n) {
 
 // Runs an export's operation inside the frame. No exception crosses the C boundary: a
 // failed allocation of our own is StatusOutOfMemory, anything else that escapes (it
-// should not) a kernel error; both still go through the clean-up.
+// should not) a kernel error; both still go through the clean-up. Without a loaded
+// kernel (attach found none) every export is a kernel error, its outputs emptied.
 template <class Op, class... Roles>
 inline Status RunExport(Op&& op, Roles&&... roles) noexcept {
   constexpr size_t n = sizeof...(Roles);
@@ -162,7 +164,7 @@ inline Status RunExport(Op&& op, Roles&&... roles) noexcept {
   void* blocks[n + 1] = {};
   Status s;
   try {
-    s = frame::CheckSharing(roles...);
+    s = KernelReady() ? frame::CheckSharing(roles...) : StatusKernelError;
     ((s = s == StatusOk ? roles.Check() : s), ...);
     if (s == StatusOk) {
       const ArrayHandle written[] = {roles.Written()..., nullptr};

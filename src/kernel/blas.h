@@ -8,6 +8,8 @@
 #include <complex>
 #include <cstdint>
 
+#include "kernel/entries.h"
+
 namespace ql::kernel {
 
 // Our sizes are int32 throughout; a 64-bit-integer build of the BLAS would need

@@ -15,6 +15,8 @@
 #define lapack_complex_double std::complex<double>
 #include <lapack.h>
 
+#include "kernel/entries.h"
+
 namespace ql::kernel {
 
 // Pivot vectors are the host's int32 arrays, handed to getrf and gesv as they are.
