@@ -211,6 +211,7 @@ const Row kRows[] = {
 #include "statuses/svd.inc"
 #include "statuses/eigen.inc"
 #include "statuses/qr_schur_qz.inc"
+#include "statuses/fit.inc"
 };
 
 TEST(Contract, FamilyStatusesInCheckOrder) {

@@ -6,7 +6,7 @@ Two layers:
   bound at import time from the kind table that the build writes beside the library;
 - numpy-style functions: dot, norm, mean, rms, matmul, matvec, vecmat, outer, kron,
   transpose, trace, special, lu, cholesky, solve, det; svd, matrix_norm, cond,
-  matrix_rank, inv, pinv.
+  matrix_rank, inv, pinv; linear_fit.
 
 `invoke(name, *inputs)` runs any export by the roles of its arguments. The libraries are
 found through QUARZ_LINALG_LIBDIR, else <repo>/build, else the system loader path.
@@ -22,10 +22,12 @@ from .api import (dot, norm, mean, rms, matmul, matvec, vecmat, outer, kron, tra
 from .svd import svd, matrix_norm, cond, matrix_rank, inv, pinv
 from .eigen import eig, eigvals, eigh, eigvalsh
 from .decompositions import qr, schur, qz, ordqz
+from .fit import LinearFit, linear_fit
 
 __all__ = [
     "QuarzError", "QuarzWarning", "raw", "invoke", "HostArray", "OPTIONS",
     "dot", "norm", "mean", "rms", "matmul", "matvec", "vecmat", "outer", "kron",
     "transpose", "trace", "special", "lu", "cholesky", "det", "solve",
     "svd", "matrix_norm", "cond", "matrix_rank", "inv", "pinv",
+    "linear_fit", "LinearFit",
 ]
