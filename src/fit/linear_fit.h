@@ -348,7 +348,10 @@ Line<T> BisquareLine(const Points<T>& p, T tolerance, int32_t maxIter, T* scratc
     adjust[i] = std::sqrt((p.w ? std::fabs(p.w[i]) : T(1)) / rest);
   }
   Line<T> line = LeastSquaresLine(p.x, p.y, wn, n);
-  Line<T> twoBack{};
+  // The lines of the last kCycle steps, line k - j at [(k - j) % kCycle].
+  constexpr int32_t kCycle = 8;
+  Line<T> seen[kCycle];
+  seen[0] = line;
   int32_t k = 0;
   while (IsFinite(line)) {
     ++k;
@@ -390,15 +393,20 @@ Line<T> BisquareLine(const Points<T>& p, T tolerance, int32_t maxIter, T* scratc
         std::fabs(line.intercept - last.intercept) <= tolerance * std::fabs(last.intercept)) {
       break;
     }
-    // Each step depends on the current line alone. Back at the line of two steps ago,
-    // the lines alternate (and fail the tests above) until the limit: finish at once
-    // with the line the limit would end on.
-    if (k >= 2 && line.slope == twoBack.slope && line.intercept == twoBack.intercept) {
-      if ((maxIter - k) % 2 != 0) line = last;
+    // Each step depends on the current line alone. Back at the line of L steps ago, the
+    // lines repeat with period L (failing the tests above every time) until the limit:
+    // finish at once with the line the limit would end on.
+    int32_t period = 0;
+    for (int32_t j = 1; j <= std::min(k, kCycle) && !period; ++j) {
+      const Line<T>& old = seen[(k - j) % kCycle];
+      if (line.slope == old.slope && line.intercept == old.intercept) period = j;
+    }
+    if (period) {
+      line = seen[(k - period + (maxIter - k) % period) % kCycle];
       k = maxIter;
       break;
     }
-    twoBack = last;
+    seen[k % kCycle] = line;
   }
   *iterations = k;
   return line;
