@@ -59,7 +59,8 @@ for role in ["ql::Inout<T, 2>{{C}}", "ql::Work<ql::RealOf<T>>{rwork}", "ql::Out1
     assert role in z, role
 
 for bad, why in [("X sd status a:in3", "unknown kind"), ("X sd status a:int(Nope)", "unknown option"),
-                 ("X sd status\nX d status", "duplicate"), ("X sq status", "bad letters")]:
+                 ("X sd status\nX d status", "duplicate"), ("X sq status", "bad letters"),
+                 ("X sd status a:out1?", "only a work handle")]:
     _, r = generate("@family f.h\n" + bad + "\n")
     assert r.returncode != 0 and why in r.stderr, (bad, r.stderr)
 print("1 passed, 0 failed")

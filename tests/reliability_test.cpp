@@ -53,7 +53,10 @@ TEST(Reliability, ManyHostThreadsGetTheSerialResultsBitForBit) {
   const int64_t handles = LiveHandles(), bytes = LiveBytes();
   const std::vector<Job> jobs = SerialRun();
 
-  constexpr int kThreads = 8, kRounds = 8;
+  // At least 10^4 calls per thread, in whole rounds over the jobs.
+  constexpr int kThreads = 8;
+  constexpr size_t kCallsPerThread = 10000;
+  const size_t rounds = (kCallsPerThread + jobs.size() - 1) / jobs.size();
   std::atomic<bool> stop{false};
   std::atomic<int64_t> calls{0}, differing{0};
   std::mutex m;
@@ -70,7 +73,7 @@ TEST(Reliability, ManyHostThreadsGetTheSerialResultsBitForBit) {
     threads.emplace_back([&, t] {
       // Each thread walks the jobs with its own stride, so different exports overlap.
       const size_t stride = size_t(2 * t + 1);
-      for (int round = 0; round < kRounds; ++round) {
+      for (size_t round = 0; round < rounds; ++round) {
         for (size_t i = 0; i < jobs.size(); ++i) {
           const Job& job = jobs[(size_t(t) * 97 + i * stride) % jobs.size()];
           Call c(*job.e, job.argText);
@@ -91,10 +94,10 @@ TEST(Reliability, ManyHostThreadsGetTheSerialResultsBitForBit) {
   dlclose(kort);
 
   EXPECT_EQ(differing.load(), 0) << "first: " << first;
-  EXPECT_EQ(calls.load(), int64_t{kThreads} * kRounds * int64_t(jobs.size()));
+  EXPECT_EQ(calls.load(), int64_t{kThreads} * int64_t(rounds * jobs.size()));
   EXPECT_EQ(LiveHandles(), handles);
   EXPECT_EQ(LiveBytes(), bytes);
-  std::printf("%d threads x %zu calls over %zu exports\n", kThreads, size_t(kRounds) * jobs.size(), std::size(kExportTable));
+  std::printf("%d threads x %zu calls over %zu exports\n", kThreads, rounds * jobs.size(), std::size(kExportTable));
 }
 
 }  // namespace

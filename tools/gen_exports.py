@@ -19,7 +19,7 @@ LETTERS = {
 }
 INT32_CODE = 3
 
-HANDLE_RE = re.compile(r"^(in|out|inout|work|ignored)([12])([rci]?)$")
+HANDLE_RE = re.compile(r"^(in|out|inout|work|ignored)([12])([rci]?)(\??)$")
 SCALAR_RE = re.compile(r"^(int|uint|real|elem|module|elem_in|real_in|elem_out|real_out)"
                        r"(?:\((\w+)\))?$|^int_out=(-?\d+)$")
 
@@ -40,9 +40,13 @@ class Arg:
         self.kind = kind
         self.option = None
         self.fail = None
+        self.optional = False
         m = HANDLE_RE.match(kind)
         if m:
             self.role, self.rank, self.elem = m.group(1), int(m.group(2)), m.group(3)
+            self.optional = bool(m.group(4))
+            if self.optional and self.role != "work":
+                raise ListError(f"{where}: only a work handle can be optional")
             return
         m = SCALAR_RE.match(kind)
         if not m:
@@ -301,7 +305,7 @@ def call_table(rows, options):
             role = "Role::" + camel(a.role)
             opt = option_index[a.option] if a.option else -1
             descs.append(f'{{"{a.name}", {role}, {a.rank}, {type_code(a, e["letter"])}, {opt}, '
-                         f'{a.fail if a.fail is not None else 0}}}')
+                         f'{a.fail if a.fail is not None else 0}, {str(a.optional).lower()}}}')
             ct = c_type(a, e["letter"])
             if a.handle:
                 thunk.append(f"a[{i}].h")
@@ -339,6 +343,8 @@ def kind_table(rows, statuses, options):
                 d["option"] = a.option
             if a.fail is not None:
                 d["fail"] = a.fail
+            if a.optional:
+                d["optional"] = True
             args.append(d)
         entries.append({"name": e["name"], "op": op_name(e["row"]), "letter": e["letter"],
                         "result": e["row"]["result"], "family": e["row"]["family"], "args": args})

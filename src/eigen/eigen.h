@@ -124,6 +124,20 @@ void RightFromLeft(int32_t n, const std::complex<R>* vl, const R*, std::complex<
 
 inline int64_t AtLeastOne(int64_t v) { return std::max<int64_t>(1, v); }
 
+// The drivers' real workspace of the complex types: `count` reals in `realWork`. Real
+// data has none and gets null without the handle being touched.
+template <class T>
+Status BindRealWork(ArrayHandle realWork, int64_t count, RealOf<T>** rw) {
+  *rw = nullptr;
+  if constexpr (IsComplex<T>::value) {
+    WorkLayout<RealOf<T>> layout;
+    const auto piece = layout.template Add<RealOf<T>>(count);
+    if (Status s = layout.Bind(realWork); s != StatusOk) return s;
+    *rw = layout.Get(piece);
+  }
+  return StatusOk;
+}
+
 }  // namespace eigen
 
 // The general worker: eigenvalues w (complex, the driver's order) and, when v is not
@@ -159,11 +173,8 @@ Status GeneralEigen(const T* a, int32_t n, ComplexOf<T>* w, ComplexOf<T>* v, Arr
   const auto vlPiece = layout.template Add<T>(v ? nn : 0);
   const auto workPiece = layout.template Add<T>(sizes.work);
   if (Status s = layout.Bind(work); s != StatusOk) return s;
-  WorkLayout<R> realLayout;
-  const auto rworkPiece = realLayout.template Add<R>(sizes.rwork);
-  if constexpr (kComplex) {
-    if (Status s = realLayout.Bind(realWork); s != StatusOk) return s;
-  }
+  R* rwork;
+  if (Status s = eigen::BindRealWork<T>(realWork, sizes.rwork, &rwork); s != StatusOk) return s;
 
   T* copy = layout.Get(copyPiece);
   T* vl = v ? layout.Get(vlPiece) : nullptr;
@@ -177,7 +188,7 @@ Status GeneralEigen(const T* a, int32_t n, ComplexOf<T>* w, ComplexOf<T>* v, Arr
   }
   const lapack_int info = kernel::geev(jobvl, 'N', n, copy, n, values, wi, vl, n, nullptr, n,
                                        layout.Get(workPiece), static_cast<lapack_int>(sizes.work),
-                                       realLayout.Get(rworkPiece));
+                                       rwork);
   if (Status s = FromInfo(info, StatusNoConvergence); s != StatusOk) return s;
   if constexpr (!kComplex) {
     for (int32_t j = 0; j < n; ++j) w[j] = {values[j], wi[j]};
@@ -221,11 +232,8 @@ Status HermitianEigen(const T* a, int32_t n, RealOf<T>* w, T* v, ArrayHandle wor
   const auto zPiece = layout.template Add<T>(nn);
   const auto workPiece = layout.template Add<T>(sizes.work);
   if (Status s = layout.Bind(work); s != StatusOk) return s;
-  WorkLayout<R> realLayout;
-  const auto rworkPiece = realLayout.template Add<R>(sizes.rwork);
-  if constexpr (kComplex) {
-    if (Status s = realLayout.Bind(realWork); s != StatusOk) return s;
-  }
+  R* rwork;
+  if (Status s = eigen::BindRealWork<T>(realWork, sizes.rwork, &rwork); s != StatusOk) return s;
   WorkLayout<int32_t> intLayout;
   const auto isuppzPiece = intLayout.template Add<int32_t>(2 * int64_t{n});
   const auto iworkPiece = intLayout.template Add<int32_t>(sizes.iwork);
@@ -237,7 +245,7 @@ Status HermitianEigen(const T* a, int32_t n, RealOf<T>* w, T* v, ArrayHandle wor
   // Every nonzero info, the driver's internal failures included, is a kernel error.
   const lapack_int info = kernel::heevr(
       jobz, 'A', 'U', n, copy, n, R(0), R(0), 0, 0, R(0), &found, w, z, n, intLayout.Get(isuppzPiece),
-      layout.Get(workPiece), static_cast<lapack_int>(sizes.work), realLayout.Get(rworkPiece),
+      layout.Get(workPiece), static_cast<lapack_int>(sizes.work), rwork,
       static_cast<lapack_int>(sizes.rwork), intLayout.Get(iworkPiece), static_cast<lapack_int>(sizes.iwork));
   if (info != 0) return StatusKernelError;
   if (v) ConjTransposeCopy(n, n, z, n, v, n);

@@ -76,11 +76,8 @@ Status GeneralizedEigen(const T* a, const T* b, int32_t n, ComplexOf<T>* w, Comp
   const auto workPiece = layout.template Add<T>(sizes.work);
   const auto vlPiece = layout.template Add<T>(v ? nn : 0);
   if (Status s = layout.Bind(work); s != StatusOk) return s;
-  WorkLayout<R> realLayout;
-  const auto rworkPiece = realLayout.template Add<R>(sizes.rwork);
-  if constexpr (kComplex) {
-    if (Status s = realLayout.Bind(realWork); s != StatusOk) return s;
-  }
+  R* rwork;
+  if (Status s = eigen::BindRealWork<T>(realWork, sizes.rwork, &rwork); s != StatusOk) return s;
 
   T* ac = layout.Get(aPiece);
   T* bc = layout.Get(bPiece);
@@ -97,7 +94,7 @@ Status GeneralizedEigen(const T* a, const T* b, int32_t n, ComplexOf<T>* w, Comp
   }
   const lapack_int info = kernel::ggev(jobvl, 'N', n, ac, n, bc, n, alpha, alphai, beta, vl, n, nullptr, n,
                                        layout.Get(workPiece), static_cast<lapack_int>(sizes.work),
-                                       realLayout.Get(rworkPiece));
+                                       rwork);
   // 1..n: the QZ iteration failed; beyond n the driver's other failures.
   if (info < 0 || info > n) return StatusKernelError;
   if (info > 0) return StatusNoConvergence;

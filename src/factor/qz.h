@@ -71,7 +71,7 @@ Status QZCompute(const T* a, const T* b, int32_t n, int32_t ordering, T* s, T* t
       {kComplex ? std::max<int64_t>(1, 2 * int64_t{n}) : std::max<int64_t>(8 * int64_t{n}, 6 * int64_t{n} + 16)},
       &sizes);
   if (query != StatusOk) return query;
-  if (!work || !iwork) return StatusKernelError;
+  if (!work) return StatusKernelError;
 
   const bool reorder = ordering != QuarzSchurOrderingNone;
   const int64_t exchangeWork = kComplex ? 1 : 4 * int64_t{n} + 16;

@@ -151,7 +151,7 @@ Status SchurCompute(T* a, int32_t n, int32_t ordering, T* u, ComplexOf<T>* value
       },
       {std::max<int64_t>(1, (kComplex ? 2 : 3) * int64_t{n})}, &sizes);
   if (query != StatusOk) return query;
-  if (!work || !iwork) return StatusKernelError;
+  if (!work) return StatusKernelError;
 
   const bool reorder = ordering != QuarzSchurOrderingNone;
   WorkLayout<T> layout;

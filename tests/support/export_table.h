@@ -17,6 +17,7 @@ struct ArgSpec {
   int32_t code;  // host type code of the handle's or scalar's element (0: none)
   int option;    // index into kOptionTables, or -1
   int32_t fail;  // value an int_out result takes on failure
+  bool optional; // a work handle that paths not using it accept as null
 };
 
 union ArgValue {
