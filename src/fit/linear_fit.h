@@ -348,10 +348,13 @@ Line<T> BisquareLine(const Points<T>& p, T tolerance, int32_t maxIter, T* scratc
     adjust[i] = std::sqrt((p.w ? std::fabs(p.w[i]) : T(1)) / rest);
   }
   Line<T> line = LeastSquaresLine(p.x, p.y, wn, n);
-  // The lines of the last kCycle steps, line k - j at [(k - j) % kCycle].
-  constexpr int32_t kCycle = 8;
+  // The lines of the last kCycle steps, line k - j at [(k - j) % kCycle], and the
+  // largest |x|, which turns a change of the coefficients into one of the fitted values.
+  constexpr int32_t kCycle = 64;
   Line<T> seen[kCycle];
   seen[0] = line;
+  T reach = 0;
+  for (int32_t i = 0; i < n; ++i) reach = std::max(reach, std::fabs(p.x[i]));
   int32_t k = 0;
   while (IsFinite(line)) {
     ++k;
@@ -393,16 +396,19 @@ Line<T> BisquareLine(const Points<T>& p, T tolerance, int32_t maxIter, T* scratc
         std::fabs(line.intercept - last.intercept) <= tolerance * std::fabs(last.intercept)) {
       break;
     }
-    // Each step depends on the current line alone. Back at the line of L steps ago, the
-    // lines repeat with period L (failing the tests above every time) until the limit:
-    // finish at once with the line the limit would end on.
+    // Each step depends on the current line alone. Once the fitted values are back,
+    // to a few roundings, at those of `period` steps ago, the lines go round with that
+    // period (failing the tests above every time, and circling in their last bits, at
+    // times for billions of steps) until the limit: finish at once with the line of the
+    // cycle that the limit falls on.
     int32_t period = 0;
+    const T noise = 8 * Elem<T>::Epsilon() * (std::fabs(line.slope) * reach + std::fabs(line.intercept));
     for (int32_t j = 1; j <= std::min(k, kCycle) && !period; ++j) {
       const Line<T>& old = seen[(k - j) % kCycle];
-      if (line.slope == old.slope && line.intercept == old.intercept) period = j;
+      if (std::fabs(line.slope - old.slope) * reach + std::fabs(line.intercept - old.intercept) <= noise) period = j;
     }
     if (period) {
-      line = seen[(k - period + (maxIter - k) % period) % kCycle];
+      if ((maxIter - k) % period != 0) line = seen[(k - period + (maxIter - k) % period) % kCycle];
       k = maxIter;
       break;
     }
