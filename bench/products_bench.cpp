@@ -58,7 +58,7 @@ void BM_gemm(benchmark::State& state) {
 
 // The kernel may run on several threads: wall-clock time is what the caller waits.
 void GemmSizes(benchmark::internal::Benchmark* b) {
-  b->Arg(64)->Arg(512)->Unit(benchmark::kMicrosecond)->UseRealTime();
+  b->Arg(64)->Arg(256)->Arg(512)->Arg(1024)->Unit(benchmark::kMicrosecond)->UseRealTime();
 }
 void LargeGemm(benchmark::internal::Benchmark* b) {
   b->Arg(2048)->Iterations(3)->Unit(benchmark::kMillisecond)->UseRealTime();

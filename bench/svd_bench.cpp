@@ -1,16 +1,21 @@
-// dSVDH (full vectors) against a direct dgesdd on the same data.
+// dSVDH (full vectors), dInvMtrxH (general) and dLSEqH (the divide-and-conquer driver)
+// against direct dgesdd, dgetrf + dgetri and dgelsd calls on the same data.
 //
-// The direct side keeps A column-major and copies it into the kernel's buffer with
-// memcpy every iteration (gesdd destroys its input); its workspace is queried once,
-// outside the loop, as a caller with its own buffers would. The export gets host outputs
-// that already have the right sizes; its two work handles start empty and are sized and
-// emptied by every call, as a host would see them. The export factors Aᵀ (its row-major
-// block as the kernel reads it), which costs the same as A.
+// The direct sides keep their data column-major and copy it into the kernel's buffer
+// with memcpy every iteration (the kernels destroy their input); their workspaces are
+// queried once, outside the loop, as a caller with its own buffers would. The exports
+// get host outputs that already have the right sizes; their work handles start empty and
+// are sized and emptied by every call, as a host would see them. The SVD export factors
+// Aᵀ (its row-major block as the kernel reads it), which costs the same as A; the inverse
+// export works in place, so each iteration first copies A back into its host array.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
+#include "kernel/lapack.h"
+#include "kernel/lapack_lstsq.h"
 #include "kernel/lapack_svd.h"
 #include "support/host_array.h"
 
@@ -51,7 +56,87 @@ void BM_direct_dgesdd_full(benchmark::State& state) {
   }
 }
 
+// Diagonally dominant: far from singular at every size.
+std::vector<double> Invertible(int n) {
+  std::vector<double> a = Matrix(n);
+  for (int i = 0; i < n; ++i) a[size_t(i) * n + i] += n;
+  return a;
+}
+
+void BM_dInvMtrxH(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  const std::vector<double> a0 = Invertible(n);
+  auto a = qt::Mat<double>(n, n);
+  auto value = qt::Vec<double>({});
+  auto pivot = qt::Vec<int32_t>({});
+  for (auto _ : state) {
+    std::memcpy(a.data(), a0.data(), sizeof(double) * a0.size());
+    if (dInvMtrxH(a, QuarzLinEqMatrixGeneral, value, pivot) != StatusOk) state.SkipWithError("dInvMtrxH failed");
+    benchmark::DoNotOptimize(a.data()[0]);
+  }
+}
+
+void BM_direct_dgetrf_dgetri(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  const std::vector<double> a0 = Invertible(n);
+  std::vector<double> a(a0.size());
+  std::vector<int> ipiv(n);
+  double query;
+  if (ql::kernel::getri(n, a.data(), n, ipiv.data(), &query, -1) != 0) state.SkipWithError("query failed");
+  std::vector<double> work(static_cast<size_t>(query) + 1);
+  for (auto _ : state) {
+    std::memcpy(a.data(), a0.data(), sizeof(double) * a0.size());
+    if (ql::kernel::getrf(n, n, a.data(), n, ipiv.data()) != 0 ||
+        ql::kernel::getri(n, a.data(), n, ipiv.data(), work.data(), static_cast<int>(work.size())) != 0) {
+      state.SkipWithError("getrf/getri failed");
+    }
+    benchmark::DoNotOptimize(a[0]);
+  }
+}
+
+// An m x n least-squares problem with one right-hand side; the default tolerance
+// selects the driver.
+void BM_dLSEqH(benchmark::State& state) {
+  const int m = static_cast<int>(state.range(0)), n = static_cast<int>(state.range(1));
+  auto a = qt::Mat(m, n, qt::RandomValues<double>(size_t(m) * n, 41));
+  auto y = qt::Vec(qt::RandomValues<double>(m, 42)), x = qt::Vec(std::vector<double>(n));
+  auto work = qt::Vec<double>({}), refineWork = qt::Vec<double>({}), values = qt::Vec<double>({});
+  auto iwork = qt::Vec<int32_t>({});
+  for (auto _ : state) {
+    if (dLSEqH(a, y, -1.0, x, work, nullptr, iwork, refineWork, values) != StatusOk) state.SkipWithError("dLSEqH failed");
+    benchmark::DoNotOptimize(x.data()[0]);
+  }
+}
+
+void BM_direct_dgelsd(benchmark::State& state) {
+  const int m = static_cast<int>(state.range(0)), n = static_cast<int>(state.range(1));
+  const std::vector<double> a0 = qt::RandomValues<double>(size_t(m) * n, 41), y = qt::RandomValues<double>(m, 42);
+  const int big = std::max(m, n);
+  std::vector<double> a(a0.size()), b(big), s(std::min(m, n));
+  const double rcond = big * 2.220446049250313e-16;
+  int rank, iquery = 0;
+  double query;
+  if (ql::kernel::gelsd(m, n, 1, a.data(), m, b.data(), big, s.data(), rcond, &rank, &query, -1, nullptr, &iquery) != 0) {
+    state.SkipWithError("query failed");
+  }
+  std::vector<double> work(static_cast<size_t>(query) + 1);
+  std::vector<int> iwork(std::max(iquery, 1));
+  for (auto _ : state) {
+    std::memcpy(a.data(), a0.data(), sizeof(double) * a0.size());
+    std::memcpy(b.data(), y.data(), sizeof(double) * m);
+    if (ql::kernel::gelsd(m, n, 1, a.data(), m, b.data(), big, s.data(), rcond, &rank, work.data(),
+                          static_cast<int>(work.size()), nullptr, iwork.data()) != 0) {
+      state.SkipWithError("gelsd failed");
+    }
+    benchmark::DoNotOptimize(b[0]);
+  }
+}
+
 BENCHMARK(BM_dSVDH_full)->Arg(4)->Arg(16)->Arg(512)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_direct_dgesdd_full)->Arg(4)->Arg(16)->Arg(512)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_dInvMtrxH)->Arg(4)->Arg(16)->Arg(1024)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_direct_dgetrf_dgetri)->Arg(4)->Arg(16)->Arg(1024)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_dLSEqH)->Args({4, 4})->Args({16, 16})->Args({1000, 200})->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_direct_dgelsd)->Args({4, 4})->Args({16, 16})->Args({1000, 200})->Unit(benchmark::kMicrosecond);
 
 }  // namespace

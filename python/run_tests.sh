@@ -1,7 +1,9 @@
 #!/bin/sh
 # Runs the Python oracle suite against a built library.
 #   python/run_tests.sh [build-dir] [pytest arguments...]
-# The build directory defaults to $QUARZ_LINALG_LIBDIR, else <repo>/build.
+# The build directory defaults to $QUARZ_LINALG_LIBDIR, else <repo>/build. The calls go
+# through the compiled bridge built there when there is one; QUARZ_LINALG_BRIDGE=0 runs
+# the suite through ctypes, QUARZ_LINALG_BRIDGE=1 insists on the bridge.
 # Uses Debian's interpreter, which carries python3-numpy, python3-scipy and python3-pytest.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)

@@ -3,7 +3,7 @@
 # is missing. Needs root (or sudo) only when something has to be installed.
 set -euo pipefail
 packages=(cmake g++ make pkg-config binutils libopenblas-dev liblapacke-dev libgtest-dev libbenchmark-dev
-          python3 python3-numpy python3-scipy python3-pytest
+          python3 python3-dev python3-numpy python3-scipy python3-pytest python3-mpmath
           clang libclang-rt-14-dev)
 missing=()
 for p in "${packages[@]}"; do

@@ -2,7 +2,7 @@
 # The whole test suite: the GoogleTest suites in a release build and again under
 # AddressSanitizer + UndefinedBehaviorSanitizer (with the host moving every block it
 # resizes), then the Python host's numpy/scipy
-# oracle suite against the release build; then the many-threads run under ThreadSanitizer
+# oracle suite against the release build (through the compiled bridge and through ctypes); then the many-threads run under ThreadSanitizer
 # and a bounded fuzzing run over every export.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -18,7 +18,9 @@ cmake --build build-asan -j"$jobs"
 KORT_MOVE_ON_RESIZE=1 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   ctest --test-dir build-asan --output-on-failure -j"$jobs"
 
-python/run_tests.sh build
+# The Python suite twice: through the compiled bridge, and through the ctypes fallback.
+QUARZ_LINALG_BRIDGE=1 python/run_tests.sh build
+QUARZ_LINALG_BRIDGE=0 python/run_tests.sh build
 
 # Host threads under ThreadSanitizer; the kernel runs one thread per call, since TSan
 # cannot see the synchronisation of OpenBLAS's own (uninstrumented) thread pool.

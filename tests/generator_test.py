@@ -15,7 +15,7 @@ LIST = """
 @family blas/gemm.h
 | first line
 | second line
-koblas_{t}gemm sdcz status C:inout2 alpha:elem_in rwork:work1r@cz S:out1r V:out2c rank:int_out=-1 unused:ignored2 side:int(Side)
+koblas_{t}gemm sdcz status C:inout2 alpha:elem_in rwork:work1r@cz S:out1r V:out2c rank:int_out=-1 unused:ignored2 side:int(Side) cRow:int=0 lead:int(Side)=142 check:int=1!
 """
 
 
@@ -42,18 +42,27 @@ assert sorted(table) == ["koblas_cgemm", "koblas_dgemm", "koblas_sgemm", "koblas
 elems = {n: {a["name"]: a.get("elem") for a in e["args"]} for n, e in table.items()}
 assert "rwork" not in elems["koblas_dgemm"] and elems["koblas_zgemm"]["rwork"] == "d", elems
 assert (elems["koblas_cgemm"]["S"], elems["koblas_dgemm"]["V"], elems["koblas_sgemm"]["V"]) == ("s", "z", "c"), elems
-assert table["koblas_sgemm"]["args"][-1]["option"] == "Side"
+args = {a["name"]: a for a in table["koblas_sgemm"]["args"]}
+assert args["side"]["option"] == "Side" and "default" not in args["side"], args
+assert (args["cRow"]["default"], args["lead"]["default"], args["lead"]["option"]) == (0, 142, "Side"), args
+assert args["check"]["pinned"] and "pinned" not in args["cRow"], args
 
 header = read(d, "include/quarz_linalg.h")
 flat = " ".join(header.split())
 assert ("QUARZ_API int32_t koblas_cgemm(ArrayHandle C, const QuarzComplexFloat* alpha, ArrayHandle rwork, "
-        "ArrayHandle S, ArrayHandle V, int32_t* rank, ArrayHandle unused, int32_t side);") in flat, header
+        "ArrayHandle S, ArrayHandle V, int32_t* rank, ArrayHandle unused, int32_t side, int32_t cRow, "
+        "int32_t lead, int32_t check);") in flat, header
 assert "koblas_dgemm(ArrayHandle C, const double* alpha, ArrayHandle S," in flat, header
 assert "/* first line\n * second line\n */" in header and "QuarzSideRight = 142" in header, header
 
+calls = read(d, "export_table.inc")
+for desc in ['{"cRow", Role::Int, 0, 0, -1, 0, false, "0", false}', '{"side", Role::Int, 0, 0, 0, 0, false, nullptr, false}',
+             '{"check", Role::Int, 0, 0, -1, 0, false, "1", true}']:
+    assert desc in calls, (desc, calls)
+
 code = read(d, "exports_blas_gemm.cpp")
 z = code[code.index("koblas_zgemm"):]
-assert "ql::koblas_gemm<T>(C, ql::AsElem<T>(alpha), rwork, S, V, rank, side)" in z, z
+assert "ql::koblas_gemm<T>(C, ql::AsElem<T>(alpha), rwork, S, V, rank, side, cRow, lead, check)" in z, z
 for role in ["ql::Inout<T, 2>{{C}}", "ql::Work<ql::RealOf<T>>{rwork}", "ql::Out1<ql::RealOf<T>>{S}",
              "ql::Out2<ql::ComplexOf<T>>{V}", "ql::ScalarOut<int32_t>{rank, -1}", "(void)unused;"]:
     assert role in z, role

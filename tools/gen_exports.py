@@ -21,7 +21,7 @@ INT32_CODE = 3
 
 HANDLE_RE = re.compile(r"^(in|out|inout|work|ignored)([12])([rci]?)(\??)$")
 SCALAR_RE = re.compile(r"^(int|uint|real|elem|module|elem_in|real_in|elem_out|real_out)"
-                       r"(?:\((\w+)\))?$|^int_out=(-?\d+)$")
+                       r"(?:\((\w+)\))?(?:=(-?\d+)(!?))?$|^int_out=(-?\d+)$")
 
 
 class ListError(Exception):
@@ -40,6 +40,8 @@ class Arg:
         self.kind = kind
         self.option = None
         self.fail = None
+        self.default = None
+        self.pinned = False
         self.optional = False
         m = HANDLE_RE.match(kind)
         if m:
@@ -52,12 +54,16 @@ class Arg:
         if not m:
             raise ListError(f"{where}: unknown kind '{kind}'")
         self.rank = 0
-        if m.group(3) is not None:
-            self.role, self.fail = "int_out", int(m.group(3))
+        if m.group(5) is not None:
+            self.role, self.fail = "int_out", int(m.group(5))
         else:
             self.role, self.option = m.group(1), m.group(2)
             if self.option and self.role != "int":
                 raise ListError(f"{where}: only int takes an option table")
+            if m.group(3) is not None:
+                if self.role != "int":
+                    raise ListError(f"{where}: only int takes a default value")
+                self.default, self.pinned = int(m.group(3)), bool(m.group(4))
 
     @property
     def handle(self):
@@ -304,8 +310,10 @@ def call_table(rows, options):
         for i, a in enumerate(e["args"]):
             role = "Role::" + camel(a.role)
             opt = option_index[a.option] if a.option else -1
+            default = f'"{a.default}"' if a.default is not None else "nullptr"
             descs.append(f'{{"{a.name}", {role}, {a.rank}, {type_code(a, e["letter"])}, {opt}, '
-                         f'{a.fail if a.fail is not None else 0}, {str(a.optional).lower()}}}')
+                         f'{a.fail if a.fail is not None else 0}, {str(a.optional).lower()}, {default}, '
+                         f'{str(a.pinned).lower()}}}')
             ct = c_type(a, e["letter"])
             if a.handle:
                 thunk.append(f"a[{i}].h")
@@ -345,6 +353,10 @@ def kind_table(rows, statuses, options):
                 d["fail"] = a.fail
             if a.optional:
                 d["optional"] = True
+            if a.default is not None:
+                d["default"] = a.default
+            if a.pinned:
+                d["pinned"] = True
             args.append(d)
         entries.append({"name": e["name"], "op": op_name(e["row"]), "letter": e["letter"],
                         "result": e["row"]["result"], "family": e["row"]["family"], "args": args})

@@ -6,10 +6,13 @@ Two layers:
   bound at import time from the kind table that the build writes beside the library;
 - numpy-style functions: dot, norm, mean, rms, matmul, matvec, vecmat, outer, kron,
   transpose, trace, special, lu, cholesky, solve, det; svd, matrix_norm, cond,
-  matrix_rank, inv, pinv; linear_fit.
+  matrix_rank, inv, pinv; lstsq; linear_fit.
 
-`invoke(name, *inputs)` runs any export by the roles of its arguments. The libraries are
-found through QUARZ_LINALG_LIBDIR, else <repo>/build, else the system loader path.
+`invoke(name, *inputs)` runs any export by the roles of its arguments, `op(name)` an
+operation in the element type of its inputs. The libraries are found through
+QUARZ_LINALG_LIBDIR, else <repo>/build, else the system loader path; the calls go through
+the compiled bridge built beside them (BRIDGE_PATH), else through ctypes
+(QUARZ_LINALG_BRIDGE=0 chooses ctypes, =1 insists on the bridge).
 """
 from ._library import KORT_PATH, LIB_DIR, LIB_PATH, KIND_TABLE_PATH, kort, lib
 from ._status import QuarzError, QuarzWarning, STATUS_CODES, STATUS_NAMES, status_name
@@ -17,17 +20,20 @@ from ._host import (HostArray, LETTERS, INT32_CODE, element_offset, letter_of, t
                     live_handles, live_bytes, resize_count, fail_resize_at)
 from ._exports import (EXPORTS, OPTIONS, MISSING, ComplexFloat, ComplexDouble, raw,
                        available, invoke, check_status, option_value)
+from ._exports import op, BRIDGE_PATH
 from .api import (dot, norm, mean, rms, matmul, matvec, vecmat, outer, kron, transpose,
                   trace, special, lu, cholesky, det, solve)
 from .svd import svd, matrix_norm, cond, matrix_rank, inv, pinv
 from .eigen import eig, eigvals, eigh, eigvalsh
 from .decompositions import qr, schur, qz, ordqz
+from .lstsq import lstsq
+from .power import matrix_power
 from .fit import LinearFit, linear_fit
 
 __all__ = [
-    "QuarzError", "QuarzWarning", "raw", "invoke", "HostArray", "OPTIONS",
+    "QuarzError", "QuarzWarning", "raw", "invoke", "op", "HostArray", "OPTIONS",
     "dot", "norm", "mean", "rms", "matmul", "matvec", "vecmat", "outer", "kron",
     "transpose", "trace", "special", "lu", "cholesky", "det", "solve",
-    "svd", "matrix_norm", "cond", "matrix_rank", "inv", "pinv",
+    "svd", "matrix_norm", "cond", "matrix_rank", "inv", "pinv", "lstsq", "matrix_power",
     "linear_fit", "LinearFit",
 ]

@@ -9,14 +9,20 @@ or i for int32). Scalars are int / uint (int32 / uint32 by value; an int may nam
 option table), real and elem (the real type or the element by value), module (a host
 module handle), elem_in / real_in (pointer to one input), elem_out / real_out (pointer to
 one result) and int_out (pointer to an int32 result).
+
+invoke and op run on the compiled bridge when the package loaded one (see _library), else
+through ctypes; both take and return the same values and raise the same errors. raw is
+always ctypes.
 """
 import contextlib
 import ctypes
 import warnings
 from types import SimpleNamespace
 
-from ._host import TYPE_DTYPES, HostArray, type_code
-from ._library import KIND_TABLE, lib
+import numpy as np
+
+from ._host import TYPE_DTYPES, HostArray, letter_of, type_code
+from ._library import BRIDGE_PATH, KIND_TABLE, bridge, kort, lib
 from ._status import QuarzError, QuarzWarning
 
 
@@ -134,6 +140,13 @@ def _input_arg(arg, value, stack):
 
 
 def invoke(export_name, *args, check=True):
+    fast = _BRIDGED.get(export_name)
+    if fast is not None:
+        return fast(*args, check=check)
+    return _invoke_ctypes(export_name, *args, check=check)
+
+
+def _invoke_ctypes(export_name, *args, check=True):
     """Runs an export on numpy arrays.
 
     `args` are the export's inputs in list order: an array (or None for a null handle) for
@@ -180,3 +193,41 @@ def invoke(export_name, *args, check=True):
     if check and status is not None:
         check_status(status, export_name)
     return status, results
+
+
+# The bridge's exports by name: those the loaded library has.
+_BRIDGED = bridge.bind(lib._handle, kort._handle, check_status, QuarzError) if bridge is not None else {}
+
+
+def _op_ctypes(name, first_only):
+    variants = [EXPORTS[l + name] for l in "sdcz" if l + name in EXPORTS]
+    if not variants:
+        raise KeyError(f"no export of the operation {name!r}")
+    inputs = [a["role"] for a in variants[0]["args"] if a["role"] in INPUT_ROLES]
+    handles = [i for i, role in enumerate(inputs) if role in ("in", "inout")]
+
+    def call(*args):
+        if len(args) != len(inputs):
+            raise TypeError(f"{name} takes {len(inputs)} inputs, got {len(args)}")
+        args = list(args)
+        for i in handles:
+            if args[i] is not None:
+                args[i] = np.asarray(args[i])
+        arrays = [args[i] for i in handles if args[i] is not None]
+        letter = letter_of(np.result_type(*arrays)) if arrays else "d"
+        outputs = invoke(letter + name, *args)[1]
+        return outputs[0] if first_only else outputs
+
+    call.__name__ = name
+    return call
+
+
+def op(name, first_only=False):
+    """The operation `name` (an export's name without its element letter) as one callable
+    over the four element types: op(name)(*inputs) runs the export whose letter is numpy's
+    result type of the arrays given for its handle inputs (float32 s, float64 d, complex64
+    c, complex128 z; integers d) and returns its outputs as invoke does, or the first one
+    alone with first_only. A negative status raises QuarzError, a positive one warns."""
+    if bridge is not None:
+        return bridge.op(name, first_only)
+    return _op_ctypes(name, first_only)

@@ -2,12 +2,13 @@
 
 Each function picks the element type from the dtypes of its inputs (float32 s, float64 d,
 complex64 c, complex128 z; integers compute in float64), copies the inputs into host
-arrays, runs the export, reads the outputs back and frees every handle it made.
+arrays, runs the export and hands the outputs back as numpy arrays.
 A negative status raises QuarzError; a positive one issues a QuarzWarning.
+The most used ones (dot, matmul, det, solve) go straight to the operation's callable.
 """
 import numpy as np
 
-from ._exports import OPTIONS, invoke, option_value
+from ._exports import OPTIONS, invoke, op, option_value
 from ._host import letter_of
 
 
@@ -35,10 +36,23 @@ def _run(name, letter, *args):
 
 # ---- Vectors ---------------------------------------------------------------------
 
+def _option(values, table, kind):
+    code = values.get(kind) if kind.__class__ is str else None
+    return option_value(table, kind) if code is None else code
+
+
+_dot = op("DotProdH", first_only=True)
+_mtrx_mul = op("MtrxMulH", first_only=True)
+_det = op("DeterminantH", first_only=True)
+_lin_eq = op("LinEqH", first_only=True)
+_lin_eq_set = op("LinEqSetH", first_only=True)
+_DET_KINDS = OPTIONS["DeterminantMatrix"]
+_LIN_EQ_KINDS = OPTIONS["LinEqMatrix"]
+
+
 def dot(x, y):
     """sum(x[i] * conj(y[i])): the second vector is conjugated (np.vdot(y, x))."""
-    x, y = _vec(x), _vec(y)
-    return _run("DotProdH", _letter(x, y), x, y)[0]
+    return _dot(x, y)
 
 
 def norm(x, p=2):
@@ -64,13 +78,16 @@ def rms(x):
 def matmul(a, b):
     """Matrix product without conjugation. 2-D @ 2-D, 2-D @ 1-D (matvec) and
     1-D @ 2-D (vecmat) as in numpy."""
-    a, b = np.asarray(a), np.asarray(b)
-    if a.ndim == 2 and b.ndim == 1:
+    try:
+        ranks = a.ndim, b.ndim
+    except AttributeError:
+        a, b = np.asarray(a), np.asarray(b)
+        ranks = a.ndim, b.ndim
+    if ranks == (2, 1):
         return matvec(a, b)
-    if a.ndim == 1 and b.ndim == 2:
+    if ranks == (1, 2):
         return vecmat(a, b)
-    a, b = _mat(a), _mat(b)
-    return _run("MtrxMulH", _letter(a, b), a, b)[0]
+    return _mtrx_mul(a, b)
 
 
 def matvec(a, x):
@@ -157,8 +174,7 @@ def cholesky(a, lower=True):
 def det(a, kind="general"):
     """Determinant; kind: a name of OPTIONS["DeterminantMatrix"] (general: LU,
     positive_definite: Cholesky, upper / lower: product of the diagonal) or its number."""
-    a = _mat(a)
-    return _run("DeterminantH", _letter(a), a, option_value("DeterminantMatrix", kind))[0]
+    return _det(a, _option(_DET_KINDS, "DeterminantMatrix", kind))
 
 
 def solve(a, y, kind="general"):
@@ -166,8 +182,10 @@ def solve(a, y, kind="general"):
     column). kind: a name of OPTIONS["LinEqMatrix"] (general, positive_definite: only the
     lower triangle of A is read and for complex A the kernel works with its plain
     transpose; lower, upper: only that triangle is read) or its number."""
-    a, y = _mat(a), np.asarray(y)
-    letter, code = _letter(a, y), option_value("LinEqMatrix", kind)
-    if y.ndim == 1:
-        return _run("LinEqH", letter, a, y, code)[0]
-    return _run("LinEqSetH", letter, a, _mat(y), code)[0]
+    code = _option(_LIN_EQ_KINDS, "LinEqMatrix", kind)
+    try:
+        vector = y.ndim == 1
+    except AttributeError:
+        y = np.asarray(y)
+        vector = y.ndim == 1
+    return (_lin_eq if vector else _lin_eq_set)(a, y, code)

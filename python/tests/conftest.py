@@ -13,6 +13,7 @@ import quarz_linalg as ql  # noqa: E402
 def pytest_report_header(config):
     return [f"libquarz_linalg: {ql.LIB_PATH}", f"libkort: {ql.KORT_PATH}",
             f"kind table: {ql.KIND_TABLE_PATH}",
+            f"calls through: {ql.BRIDGE_PATH or 'ctypes'}",
             f"exports in the table but not in the library: {ql.MISSING or 'none'}"]
 
 

@@ -80,9 +80,12 @@ def test_numpy_layer_frees_every_handle_when_a_call_fails(rng):
         ql.invoke("dMtrxMulH", np.ones((2, 2)), np.ones((2, 2, 2)))
 
 
-def test_invoke_passes_every_role_through_the_c_interface(monkeypatch):
+@pytest.mark.parametrize("path", ["ctypes", "bridge"])
+def test_invoke_passes_every_role_through_the_c_interface(monkeypatch, path):
     """A stand-in export (a C callback) with one argument of each role that no landed
     export uses yet: by-value and pointed-to inputs, ignored handles, int32 results."""
+    if path == "bridge" and ql.BRIDGE_PATH is None:
+        pytest.skip("calls go through ctypes")
     args = [{"name": "x", "role": "in", "rank": 1, "elem": "z"},
             {"name": "s", "role": "elem", "elem": "z"},
             {"name": "p", "role": "real_in", "elem": "d"},
@@ -95,18 +98,26 @@ def test_invoke_passes_every_role_through_the_c_interface(monkeypatch):
     seen = {}
 
     def body(x, s, p, q, skip, w, r, k, y):
-        seen.update(s=complex(s.re, s.im), p=p[0], q=complex(q[0].re, q[0].im), skip=skip,
+        seen.update(s=complex(s.re, s.im), p=p[0] if p else None,
+                    q=complex(q[0].re, q[0].im) if q else None, skip=skip,
                     x=ql.kort.KortArrayDim(x, 0), w=bool(w), y=bool(y))
         r[0], k[0] = 2.5, 7
         return 20003
 
     fn = ctypes.CFUNCTYPE(ctypes.c_int32, *map(ql._exports.c_argtype, args))(body)
-    monkeypatch.setitem(ql.EXPORTS, "zProbeH", {"name": "zProbeH", "result": "status", "args": args})
-    monkeypatch.setattr(ql.raw, "zProbeH", fn, raising=False)
+    if path == "bridge":
+        call = ql._library.bridge.probe(ctypes.cast(fn, ctypes.c_void_p).value)
+    else:
+        monkeypatch.setitem(ql.EXPORTS, "zProbeH", {"name": "zProbeH", "result": "status", "args": args})
+        monkeypatch.setattr(ql.raw, "zProbeH", fn, raising=False)
+        call = lambda *inputs: ql.invoke("zProbeH", *inputs)  # noqa: E731
     with pytest.warns(ql.QuarzWarning):
-        status, (r, k, y) = ql.invoke("zProbeH", np.ones(3), 1 - 2j, 0.5, 3j)
+        status, (r, k, y) = call(np.ones(3), 1 - 2j, 0.5, 3j)
     assert status == 20003 and seen == dict(s=1 - 2j, p=0.5, q=3j, skip=None, x=3, w=True, y=True)
     assert (r, r.dtype, k, k.dtype, y.shape, y.dtype) == (2.5, np.float64, 7, np.int32, (0, 0), np.complex64)
+    with pytest.warns(ql.QuarzWarning):
+        call(np.ones(2), 2, None, None)
+    assert (seen["s"], seen["p"], seen["q"], seen["x"]) == (2, None, None, 2)
 
 
 def test_fresh_process_resizes_through_the_runtime_it_loaded():
@@ -115,3 +126,91 @@ def test_fresh_process_resizes_through_the_runtime_it_loaded():
     out = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True,
                          cwd=str(ql._library.REPO_DIR / "python"), timeout=60)
     assert out.returncode == 0 and int(out.stdout) >= 1, out.stderr
+
+
+# ---- The compiled bridge (the layout test above runs on both paths) ---------------------
+
+bridge_only = pytest.mark.skipif(ql.BRIDGE_PATH is None, reason="calls go through ctypes")
+
+
+def test_inputs_of_any_layout_and_element_type_arrive_as_their_values(rng):
+    # Strided, Fortran-ordered, byte-swapped, integer and nested-list inputs: each must
+    # reach the export as the values it holds, not as the raw bytes behind it.
+    a = rng.standard_normal((6, 9))
+    for given in (a[::2, ::3], np.asfortranarray(a), a.astype(">f8"), a.astype(np.float32),
+                  (10 * a).astype(np.int32), a.tolist(), a.T):
+        expected = np.asarray(given, np.float64).T
+        assert np.array_equal(ql.invoke("dTransposeH", given)[1][0], expected)
+    assert np.array_equal(ql.invoke("zTransposeH", a[::2, ::3])[1][0], a[::2, ::3].T)
+
+
+@bridge_only
+def test_large_outputs_keep_the_block_the_export_wrote(rng):
+    a = rng.standard_normal((64, 64))
+    ql.matmul(a, a)
+    before = ql.live_handles()
+    r = ql.matmul(a, a)
+    view = r[:2]
+    # Handed over, not copied: the host block is the array's memory, and it stays
+    # alive (and unchanged) as long as a view of it does.
+    assert not isinstance(r.base, np.ndarray) and ql.live_handles() == before + 1
+    del r
+    ql.matmul(-a, a)
+    assert np.array_equal(view, (a @ a)[:2])
+    del view
+    assert ql.live_handles() == before
+
+
+@bridge_only
+def test_repeated_calls_reuse_their_handles(rng):
+    a, y = rng.standard_normal((40, 40)) + 40 * np.eye(40), rng.standard_normal(40)
+    ql.solve(a, y), ql.lu(a)
+    counts = ql.kort.KortLiveHandles(), ql._library.bridge.held()
+    for _ in range(3):
+        ql.solve(a, y), ql.lu(a)
+        assert (ql.kort.KortLiveHandles(), ql._library.bridge.held()) == counts
+
+
+@bridge_only
+def test_a_thread_frees_its_handles_when_it_ends(rng):
+    import threading
+    a = rng.standard_normal((8, 8)) + 8 * np.eye(8)
+    before = ql.kort.KortLiveHandles(), ql._library.bridge.held()
+    results = []
+    worker = threading.Thread(target=lambda: results.append(ql.solve(a, np.ones(8))))
+    worker.start()
+    worker.join()
+    assert np.allclose(a @ results[0], 1)
+    del results
+    assert (ql.kort.KortLiveHandles(), ql._library.bridge.held()) == before
+
+
+@bridge_only
+def test_a_bridge_built_from_another_kind_table_is_not_used(tmp_path):
+    # Its call stubs would not match the library's exports: an error when the bridge is
+    # asked for, else the calls go through ctypes, with a warning.
+    import os
+    import shutil
+    for path in (ql.LIB_PATH, ql.KORT_PATH, ql.BRIDGE_PATH):
+        shutil.copy(path, tmp_path)
+    (tmp_path / ql.KIND_TABLE_PATH.name).write_bytes(ql.KIND_TABLE_PATH.read_bytes() + b" ")
+    code = "import quarz_linalg as ql; print(ql.BRIDGE_PATH, ql.det([[2.0]]))"
+    for setting, fails in (("1", True), ("", False)):
+        env = dict(os.environ, QUARZ_LINALG_LIBDIR=str(tmp_path), QUARZ_LINALG_BRIDGE=setting)
+        out = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True,
+                             cwd=str(ql._library.REPO_DIR / "python"), timeout=60, env=env)
+        assert "was built from another quarz_linalg_exports.json" in out.stderr
+        assert (out.returncode != 0) == fails and (fails or out.stdout.split() == ["None", "2.0"])
+
+
+@bridge_only
+def test_an_output_passed_back_in_is_read_in_place(rng):
+    a = rng.standard_normal((64, 64))
+    r = ql.matmul(a, a)
+    ql.transpose(np.ones((3, 3)))
+    before = ql.resize_count()
+    assert np.array_equal(ql.transpose(r), r.T)
+    assert ql.resize_count() - before == 1  # the result's; the input was not copied
+    # Views that are not the whole block as it came back are copied as their values.
+    for view in (r[1:], r[:, 1:], r.T, r[::2], r.reshape(32, 128), r.view(np.int64)):
+        assert np.array_equal(ql.invoke("dTransposeH", view)[1][0], view.T.astype(np.float64))

@@ -61,9 +61,16 @@ Status LUFactorize(const T* a, int32_t m, int32_t n, T* l, T* u, int32_t* p, int
                    ArrayHandle work, ArrayHandle iwork) {
   if (m < 1 || n < 1) return StatusEmptyInput;
   if (!work || !iwork) return StatusKernelError;
-  T* f;
+  // The factor starts on a cache line where the element alignment allows it (the host
+  // block's elements start 4 or 8 bytes into it): the blocked transpose into it then
+  // writes whole lines from its first row on. The work handle holds the few elements
+  // that may take.
+  constexpr int64_t kLineElements = 64 / sizeof(T);
+  T* w0;
   // m * n may exceed the host's int32 element count: ResizeVector refuses it unasked.
-  if (Status s = ResizeVector<T>(work, int64_t{m} * n, &f); s != StatusOk) return s;
+  if (Status s = ResizeVector<T>(work, int64_t{m} * n + kLineElements - 1, &w0); s != StatusOk) return s;
+  const auto address = reinterpret_cast<uintptr_t>(w0);
+  T* f = w0 + (address % sizeof(T) == 0 ? (64 - address % 64) % 64 / sizeof(T) : 0);
   ToColumnMajor(a, m, n, f);
   const lapack_int info = kernel::getrf(m, n, f, m, piv);
   if (info < 0) return StatusKernelError;

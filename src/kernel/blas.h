@@ -82,4 +82,85 @@ inline void gemv(CBLAS_ORDER o, CBLAS_TRANSPOSE t, blasint m, blasint n, cd alph
   cblas_zgemv(o, t, m, n, &alpha, a, lda, x, incx, &beta, y, incy);
 }
 
+// ---- The BLAS entry points over host arrays: symmetric, Hermitian and triangular
+// products. Scalars by value as in gemm; the complex ones go on by pointer.
+
+inline void symm(CBLAS_ORDER o, CBLAS_SIDE sd, CBLAS_UPLO ul, blasint m, blasint n, float alpha, const float* a,
+                 blasint lda, const float* b, blasint ldb, float beta, float* c, blasint ldc) {
+  cblas_ssymm(o, sd, ul, m, n, alpha, a, lda, b, ldb, beta, c, ldc);
+}
+inline void symm(CBLAS_ORDER o, CBLAS_SIDE sd, CBLAS_UPLO ul, blasint m, blasint n, double alpha, const double* a,
+                 blasint lda, const double* b, blasint ldb, double beta, double* c, blasint ldc) {
+  cblas_dsymm(o, sd, ul, m, n, alpha, a, lda, b, ldb, beta, c, ldc);
+}
+inline void symm(CBLAS_ORDER o, CBLAS_SIDE sd, CBLAS_UPLO ul, blasint m, blasint n, cf alpha, const cf* a, blasint lda,
+                 const cf* b, blasint ldb, cf beta, cf* c, blasint ldc) {
+  cblas_csymm(o, sd, ul, m, n, &alpha, a, lda, b, ldb, &beta, c, ldc);
+}
+inline void symm(CBLAS_ORDER o, CBLAS_SIDE sd, CBLAS_UPLO ul, blasint m, blasint n, cd alpha, const cd* a, blasint lda,
+                 const cd* b, blasint ldb, cd beta, cd* c, blasint ldc) {
+  cblas_zsymm(o, sd, ul, m, n, &alpha, a, lda, b, ldb, &beta, c, ldc);
+}
+
+inline void hemm(CBLAS_ORDER o, CBLAS_SIDE sd, CBLAS_UPLO ul, blasint m, blasint n, cf alpha, const cf* a, blasint lda,
+                 const cf* b, blasint ldb, cf beta, cf* c, blasint ldc) {
+  cblas_chemm(o, sd, ul, m, n, &alpha, a, lda, b, ldb, &beta, c, ldc);
+}
+inline void hemm(CBLAS_ORDER o, CBLAS_SIDE sd, CBLAS_UPLO ul, blasint m, blasint n, cd alpha, const cd* a, blasint lda,
+                 const cd* b, blasint ldb, cd beta, cd* c, blasint ldc) {
+  cblas_zhemm(o, sd, ul, m, n, &alpha, a, lda, b, ldb, &beta, c, ldc);
+}
+
+inline void trmm(CBLAS_ORDER o, CBLAS_SIDE sd, CBLAS_UPLO ul, CBLAS_TRANSPOSE t, CBLAS_DIAG dg, blasint m, blasint n,
+                 float alpha, const float* a, blasint lda, float* b, blasint ldb) {
+  cblas_strmm(o, sd, ul, t, dg, m, n, alpha, a, lda, b, ldb);
+}
+inline void trmm(CBLAS_ORDER o, CBLAS_SIDE sd, CBLAS_UPLO ul, CBLAS_TRANSPOSE t, CBLAS_DIAG dg, blasint m, blasint n,
+                 double alpha, const double* a, blasint lda, double* b, blasint ldb) {
+  cblas_dtrmm(o, sd, ul, t, dg, m, n, alpha, a, lda, b, ldb);
+}
+inline void trmm(CBLAS_ORDER o, CBLAS_SIDE sd, CBLAS_UPLO ul, CBLAS_TRANSPOSE t, CBLAS_DIAG dg, blasint m, blasint n,
+                 cf alpha, const cf* a, blasint lda, cf* b, blasint ldb) {
+  cblas_ctrmm(o, sd, ul, t, dg, m, n, &alpha, a, lda, b, ldb);
+}
+inline void trmm(CBLAS_ORDER o, CBLAS_SIDE sd, CBLAS_UPLO ul, CBLAS_TRANSPOSE t, CBLAS_DIAG dg, blasint m, blasint n,
+                 cd alpha, const cd* a, blasint lda, cd* b, blasint ldb) {
+  cblas_ztrmm(o, sd, ul, t, dg, m, n, &alpha, a, lda, b, ldb);
+}
+
+inline void symv(CBLAS_ORDER o, CBLAS_UPLO ul, blasint n, float alpha, const float* a, blasint lda, const float* x,
+                 blasint incx, float beta, float* y, blasint incy) {
+  cblas_ssymv(o, ul, n, alpha, a, lda, x, incx, beta, y, incy);
+}
+inline void symv(CBLAS_ORDER o, CBLAS_UPLO ul, blasint n, double alpha, const double* a, blasint lda, const double* x,
+                 blasint incx, double beta, double* y, blasint incy) {
+  cblas_dsymv(o, ul, n, alpha, a, lda, x, incx, beta, y, incy);
+}
+
+inline void hemv(CBLAS_ORDER o, CBLAS_UPLO ul, blasint n, cf alpha, const cf* a, blasint lda, const cf* x, blasint incx,
+                 cf beta, cf* y, blasint incy) {
+  cblas_chemv(o, ul, n, &alpha, a, lda, x, incx, &beta, y, incy);
+}
+inline void hemv(CBLAS_ORDER o, CBLAS_UPLO ul, blasint n, cd alpha, const cd* a, blasint lda, const cd* x, blasint incx,
+                 cd beta, cd* y, blasint incy) {
+  cblas_zhemv(o, ul, n, &alpha, a, lda, x, incx, &beta, y, incy);
+}
+
+inline void trmv(CBLAS_ORDER o, CBLAS_UPLO ul, CBLAS_TRANSPOSE t, CBLAS_DIAG dg, blasint n, const float* a, blasint lda,
+                 float* x, blasint incx) {
+  cblas_strmv(o, ul, t, dg, n, a, lda, x, incx);
+}
+inline void trmv(CBLAS_ORDER o, CBLAS_UPLO ul, CBLAS_TRANSPOSE t, CBLAS_DIAG dg, blasint n, const double* a, blasint lda,
+                 double* x, blasint incx) {
+  cblas_dtrmv(o, ul, t, dg, n, a, lda, x, incx);
+}
+inline void trmv(CBLAS_ORDER o, CBLAS_UPLO ul, CBLAS_TRANSPOSE t, CBLAS_DIAG dg, blasint n, const cf* a, blasint lda,
+                 cf* x, blasint incx) {
+  cblas_ctrmv(o, ul, t, dg, n, a, lda, x, incx);
+}
+inline void trmv(CBLAS_ORDER o, CBLAS_UPLO ul, CBLAS_TRANSPOSE t, CBLAS_DIAG dg, blasint n, const cd* a, blasint lda,
+                 cd* x, blasint incx) {
+  cblas_ztrmv(o, ul, t, dg, n, a, lda, x, incx);
+}
+
 }  // namespace ql::kernel

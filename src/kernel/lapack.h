@@ -41,6 +41,12 @@ inline lapack_int gesv(lapack_int n, lapack_int nrhs, double* a, lapack_int lda,
 inline lapack_int gesv(lapack_int n, lapack_int nrhs, cf* a, lapack_int lda, lapack_int* ipiv, cf* b, lapack_int ldb) { lapack_int info; LAPACK_cgesv(&n, &nrhs, a, &lda, ipiv, b, &ldb, &info); return info; }
 inline lapack_int gesv(lapack_int n, lapack_int nrhs, cd* a, lapack_int lda, lapack_int* ipiv, cd* b, lapack_int ldb) { lapack_int info; LAPACK_zgesv(&n, &nrhs, a, &lda, ipiv, b, &ldb, &info); return info; }
 
+// Solve with getrf's factors: op(A) X = B, trans 'N', 'T' (plain transpose) or 'C'.
+inline lapack_int getrs(char trans, lapack_int n, lapack_int nrhs, const float* a, lapack_int lda, const lapack_int* ipiv, float* b, lapack_int ldb) { lapack_int info; LAPACK_sgetrs(&trans, &n, &nrhs, a, &lda, ipiv, b, &ldb, &info); return info; }
+inline lapack_int getrs(char trans, lapack_int n, lapack_int nrhs, const double* a, lapack_int lda, const lapack_int* ipiv, double* b, lapack_int ldb) { lapack_int info; LAPACK_dgetrs(&trans, &n, &nrhs, a, &lda, ipiv, b, &ldb, &info); return info; }
+inline lapack_int getrs(char trans, lapack_int n, lapack_int nrhs, const cf* a, lapack_int lda, const lapack_int* ipiv, cf* b, lapack_int ldb) { lapack_int info; LAPACK_cgetrs(&trans, &n, &nrhs, a, &lda, ipiv, b, &ldb, &info); return info; }
+inline lapack_int getrs(char trans, lapack_int n, lapack_int nrhs, const cd* a, lapack_int lda, const lapack_int* ipiv, cd* b, lapack_int ldb) { lapack_int info; LAPACK_zgetrs(&trans, &n, &nrhs, a, &lda, ipiv, b, &ldb, &info); return info; }
+
 // Positive definite solve.
 inline lapack_int posv(char uplo, lapack_int n, lapack_int nrhs, float* a, lapack_int lda, float* b, lapack_int ldb) { lapack_int info; LAPACK_sposv(&uplo, &n, &nrhs, a, &lda, b, &ldb, &info); return info; }
 inline lapack_int posv(char uplo, lapack_int n, lapack_int nrhs, double* a, lapack_int lda, double* b, lapack_int ldb) { lapack_int info; LAPACK_dposv(&uplo, &n, &nrhs, a, &lda, b, &ldb, &info); return info; }

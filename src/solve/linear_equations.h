@@ -2,8 +2,14 @@
 // triangular A.
 #pragma once
 
+#include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "factor/column_major.h"
 #include "frame/array.h"
@@ -12,11 +18,85 @@
 
 namespace ql {
 
+namespace lineq {
+
+// Copies m reals and tells whether every one is finite and below the largest finite value
+// in magnitude, as AcceptedElement asks: v - v is 0 for a finite v and NaN otherwise, so
+// one running sum finds NaN and infinities, and the largest |v| is compared once at the
+// end. The copy the kernel needs anyway doubles as the scan, so A is read once; written
+// with SSE2 (every x86-64 has it), where the plain loop does not vectorize.
+template <class R>
+bool CopyAcceptedReals(const R* src, int64_t m, R* dst) {
+  int64_t i = 0;
+  R sum = 0, top = 0;
+#if defined(__SSE2__)
+  if constexpr (std::is_same_v<R, double>) {
+    const __m128d mask = _mm_castsi128_pd(_mm_set1_epi64x(0x7FFFFFFFFFFFFFFFLL));
+    __m128d s0 = _mm_setzero_pd(), s1 = s0, t0 = s0, t1 = s0;
+    for (; i + 4 <= m; i += 4) {
+      const __m128d a = _mm_loadu_pd(src + i), b = _mm_loadu_pd(src + i + 2);
+      _mm_storeu_pd(dst + i, a);
+      _mm_storeu_pd(dst + i + 2, b);
+      s0 = _mm_add_pd(s0, _mm_sub_pd(a, a));
+      s1 = _mm_add_pd(s1, _mm_sub_pd(b, b));
+      t0 = _mm_max_pd(t0, _mm_and_pd(a, mask));
+      t1 = _mm_max_pd(t1, _mm_and_pd(b, mask));
+    }
+    double s[2], t[2];
+    _mm_storeu_pd(s, _mm_add_pd(s0, s1));
+    _mm_storeu_pd(t, _mm_max_pd(t0, t1));
+    sum = s[0] + s[1];
+    top = t[0] > t[1] ? t[0] : t[1];
+  } else if constexpr (std::is_same_v<R, float>) {
+    const __m128 mask = _mm_castsi128_ps(_mm_set1_epi32(0x7FFFFFFF));
+    __m128 s0 = _mm_setzero_ps(), s1 = s0, t0 = s0, t1 = s0;
+    for (; i + 8 <= m; i += 8) {
+      const __m128 a = _mm_loadu_ps(src + i), b = _mm_loadu_ps(src + i + 4);
+      _mm_storeu_ps(dst + i, a);
+      _mm_storeu_ps(dst + i + 4, b);
+      s0 = _mm_add_ps(s0, _mm_sub_ps(a, a));
+      s1 = _mm_add_ps(s1, _mm_sub_ps(b, b));
+      t0 = _mm_max_ps(t0, _mm_and_ps(a, mask));
+      t1 = _mm_max_ps(t1, _mm_and_ps(b, mask));
+    }
+    float s[4], t[4];
+    _mm_storeu_ps(s, _mm_add_ps(s0, s1));
+    _mm_storeu_ps(t, _mm_max_ps(t0, t1));
+    for (int j = 0; j < 4; ++j) {
+      sum += s[j];
+      top = t[j] > top ? t[j] : top;
+    }
+  }
+#endif
+  for (; i < m; ++i) {
+    const R v = src[i];
+    dst[i] = v;
+    sum += v - v;
+    const R a = std::abs(v);
+    top = a > top ? a : top;
+  }
+  return sum == 0 && top < Elem<R>::Largest();
+}
+
+// The same over elements: a complex element is its two parts.
+template <class T>
+bool CopyAccepted(const T* src, int64_t count, T* dst) {
+  using R = RealOf<T>;
+  constexpr int64_t parts = sizeof(T) / sizeof(R);
+  return CopyAcceptedReals(reinterpret_cast<const R*>(src), count * parts, reinterpret_cast<R*>(dst));
+}
+
+}  // namespace lineq
+
 // The solver shared by LinEqH, LinEqSetH and other families: A is a row-major n x n
 // array, the k right-hand sides are the columns of the row-major n x k array b, and the
 // n x k solution goes to x (row-major; it may be b itself or A's block). valueScratch
 // receives the column-major copies the kernel works on, pivotScratch the pivots of the
 // general path; the caller's frame empties both.
+//
+// The general and positive definite paths scan A while copying it into the scratch.
+// Non-finite input still takes precedence over a scratch the host refuses to size: A
+// is scanned on its own when sizing fails.
 template <class T>
 Status LinEqSolve(const T* a, int32_t n, const T* b, int32_t k, int32_t matrixType, T* x,
                   ArrayHandle valueScratch, ArrayHandle pivotScratch) {
@@ -27,37 +107,50 @@ Status LinEqSolve(const T* a, int32_t n, const T* b, int32_t k, int32_t matrixTy
   // No host array holds more than INT32_MAX elements: sizes that claim more cannot
   // describe the block behind them, which is then not read at all.
   if (!HostCountFits(nn) || !HostCountFits(nk)) return StatusOutOfMemory;
-  const bool aOk = triangular ? TriangleAccepted(a, n, matrixType == QuarzLinEqMatrixLower)
-                              : AllAccepted(a, nn);
-  if (!aOk || !AllAccepted(b, nk)) return StatusNotFinite;
+  if (triangular && !TriangleAccepted(a, n, matrixType == QuarzLinEqMatrixLower)) return StatusNotFinite;
+  if (!AllAccepted(b, nk)) return StatusNotFinite;
 
   // The scratch holds the matrix copy (not for the triangular paths) and then the
   // right-hand sides; together they must fit the host's int32 element count.
+  // The matrix copy starts on a cache line where the element alignment allows it, which
+  // the kernel's factorization runs a little faster on; its piece holds the few elements
+  // that may take.
+  constexpr int64_t kLineElements = 64 / sizeof(T);
   WorkLayout<T> layout;
-  const auto copyPiece = layout.template Add<T>(triangular ? 0 : nn);
+  const auto copyPiece = layout.template Add<T>(triangular ? 0 : nn + kLineElements - 1);
   const auto rhsPiece = layout.template Add<T>(nk);
-  if (Status s = layout.Bind(valueScratch); s != StatusOk) return s;
+  Status sized = layout.Bind(valueScratch);
+  int32_t* ipiv = nullptr;
+  if (sized == StatusOk && matrixType == QuarzLinEqMatrixGeneral) {
+    sized = pivotScratch ? ResizeVector<int32_t>(pivotScratch, n, &ipiv) : StatusKernelError;
+  }
+  if (sized != StatusOk) return triangular || AllAccepted(a, nn) ? sized : StatusNotFinite;
   T* scratch = layout.Get(copyPiece);
+  if (const auto address = reinterpret_cast<uintptr_t>(scratch); address % sizeof(T) == 0) {
+    scratch += (64 - address % 64) % 64 / sizeof(T);
+  }
   T* rhs = layout.Get(rhsPiece);
-  // The right-hand sides go column-major whatever the path (for k = 1 a plain copy).
-  ToColumnMajor(b, n, k, rhs);
+  // The right-hand sides go column-major whatever the path; one of them is copied as it is.
+  if (k == 1) {
+    std::copy(b, b + n, rhs);
+  } else {
+    ToColumnMajor(b, n, k, rhs);
+  }
 
   lapack_int info;
   Status positive;
   switch (matrixType) {
-    case QuarzLinEqMatrixGeneral: {
-      if (!pivotScratch) return StatusKernelError;
-      int32_t* ipiv;
-      if (Status s = ResizeVector<int32_t>(pivotScratch, n, &ipiv); s != StatusOk) return s;
-      // The kernel must see A itself: pivoting acts on rows.
-      ToColumnMajor(a, n, n, scratch);
-      info = kernel::gesv(n, k, scratch, n, ipiv, rhs, n);
+    case QuarzLinEqMatrixGeneral:
+      // Copied as stored, the kernel sees Aᵀ: it factors that (pivoting on A's columns)
+      // and solves with the transpose of the factors, which is A·X = B.
+      if (!lineq::CopyAccepted(a, nn, scratch)) return StatusNotFinite;
+      info = kernel::getrf(n, n, scratch, n, ipiv);
+      if (info == 0) info = kernel::getrs('T', n, k, scratch, n, ipiv, rhs, n);
       positive = StatusSingular;
       break;
-    }
     case QuarzLinEqMatrixPositiveDefinite:
       // Copied as stored: the kernel sees Aᵀ and its upper triangle is A's lower one.
-      std::memcpy(static_cast<void*>(scratch), a, sizeof(T) * size_t(nn));
+      if (!lineq::CopyAccepted(a, nn, scratch)) return StatusNotFinite;
       info = kernel::posv('U', n, k, scratch, n, rhs, n);
       positive = StatusNotPositiveDefinite;
       break;
@@ -69,7 +162,11 @@ Status LinEqSolve(const T* a, int32_t n, const T* b, int32_t k, int32_t matrixTy
       break;
   }
   if (Status s = FromInfo(info, positive); s != StatusOk) return s;
-  ToColumnMajor(rhs, k, n, x);
+  if (k == 1) {
+    std::copy(rhs, rhs + n, x);
+  } else {
+    ToColumnMajor(rhs, k, n, x);
+  }
   return StatusOk;
 }
 

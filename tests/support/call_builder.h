@@ -188,6 +188,7 @@ class Call {
   }
 
   static std::string Default(const ArgSpec& a) {
+    if (a.preset) return a.preset;
     switch (a.role) {
       case Role::In:
       case Role::Inout: return a.rank == 2 ? "4x4:hpd" : "4:rand";

@@ -18,6 +18,8 @@ struct ArgSpec {
   int option;    // index into kOptionTables, or -1
   int32_t fail;  // value an int_out result takes on failure
   bool optional; // a work handle that paths not using it accept as null
+  const char* preset;  // argument text of a generic call, when the list names one
+  bool pinned;         // any value but the preset makes the caller answerable for memory safety
 };
 
 union ArgValue {
@@ -39,7 +41,7 @@ struct ExportEntry {
   const char* op;
   char letter;
   int nargs;
-  ArgSpec args[16];
+  ArgSpec args[24];
   int32_t (*call)(const ArgValue*);
 };
 
