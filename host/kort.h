@@ -25,7 +25,10 @@ extern "C" {
 KORT_API int32_t NumericArrayResize(int32_t typeCode, int32_t numDims, ArrayHandle* handle,
                                     int32_t count);
 
-/* qsort over `count` elements of `elemSize` bytes. */
+/* Sorts `count` elements of `elemSize` bytes in place, ascending by `compare`, which
+ * returns a positive value, a negative value or 0 when its first argument is greater
+ * than, smaller than or equal to its second (the C library's qsort convention). Fewer
+ * than two elements, a null base or a null comparison: nothing is done. */
 KORT_API void QSort(void* base, int32_t count, int32_t elemSize,
                     int (*compare)(const void*, const void*));
 

@@ -209,6 +209,7 @@ const Row kRows[] = {
 #include "statuses/least_squares.inc"
 #include "statuses/matrix_power.inc"
 #include "statuses/matfun.inc"
+#include "statuses/fit.inc"
 };
 
 TEST(Contract, FamilyStatusesInCheckOrder) {

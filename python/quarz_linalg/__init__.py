@@ -6,7 +6,7 @@ Two layers:
   bound at import time from the kind table that the build writes beside the library;
 - numpy-style functions: dot, norm, mean, rms, matmul, matvec, vecmat, outer, kron,
   transpose, trace, special, lu, cholesky, solve, det; svd, matrix_norm, cond,
-  matrix_rank, inv, pinv; lstsq; matrix_power; expm, sqrtm, logm.
+  matrix_rank, inv, pinv; lstsq; matrix_power; expm, sqrtm, logm; linear_fit.
 
 `invoke(name, *inputs)` runs any export by the roles of its arguments, `op(name)` an
 operation in the element type of its inputs. The libraries are found through
@@ -29,11 +29,12 @@ from .decompositions import qr, schur, qz, ordqz
 from .lstsq import lstsq
 from .power import matrix_power
 from .matfun import expm, sqrtm, logm
+from .fit import LinearFit, linear_fit
 
 __all__ = [
     "QuarzError", "QuarzWarning", "raw", "invoke", "op", "HostArray", "OPTIONS",
     "dot", "norm", "mean", "rms", "matmul", "matvec", "vecmat", "outer", "kron",
     "transpose", "trace", "special", "lu", "cholesky", "det", "solve",
     "svd", "matrix_norm", "cond", "matrix_rank", "inv", "pinv", "lstsq", "matrix_power",
-    "expm", "sqrtm", "logm",
+    "expm", "sqrtm", "logm", "linear_fit", "LinearFit",
 ]

@@ -120,11 +120,20 @@ TEST(Binding, NoHostEndsTheProcess) {
   EXPECT_FALSE(Contains(o.out, "status=")) << "the call returned: " << o.out;
 }
 
+// A module without NumericArrayResize; a host program with it but without QSort, met
+// by the first fit that sorts.
 TEST(Binding, MissingHostFunctionEndsTheProcess) {
-  Outcome o = RunProbe("binding_probe", "missing");
-  EXPECT_EQ(o.exit_code, 1);
-  EXPECT_EQ(o.err, "KORVOV.LIB could not locate \"NumericArrayResize\".\n");
-  EXPECT_FALSE(Contains(o.out, "status=")) << "the call returned: " << o.out;
+  struct Missing {
+    const char *probe, *scenario, *function;
+  };
+  for (const Missing& m : {Missing{"binding_probe", "missing", "NumericArrayResize"},
+                           Missing{"binding_probe_host", "main-no-qsort", "QSort"}}) {
+    SCOPED_TRACE(m.scenario);
+    Outcome o = RunProbe(m.probe, m.scenario);
+    EXPECT_EQ(o.exit_code, 1);
+    EXPECT_EQ(o.err, "KORVOV.LIB could not locate \"" + std::string(m.function) + "\".\n");
+    EXPECT_FALSE(Contains(o.out, "status=")) << "the call returned: " << o.out;
+  }
 }
 
 }  // namespace

@@ -96,6 +96,30 @@ int32_t OneResize() {
   return s;
 }
 
+#ifdef PROBE_MAIN_IS_HOST
+// An unweighted least-absolute-residual fit of three points: it sorts through the
+// host's QSort, which this program does not offer.
+void SortingFit() {
+  using NewFn = ArrayHandle (*)(int32_t, int32_t, const int32_t*);
+  using FitFn = int32_t (*)(ArrayHandle, ArrayHandle, ArrayHandle, double*, double*, double*, int32_t, double, double,
+                            int32_t*, ArrayHandle);
+  auto new_array = reinterpret_cast<NewFn>(dlsym(g_kort, "KortArrayNew"));
+  auto fit = reinterpret_cast<FitFn>(dlsym(g_lib, "dLinearFitH"));
+  const int32_t three = 3, none = 0;
+  ArrayHandle x = new_array(QuarzTypeDouble, 1, &three), y = new_array(QuarzTypeDouble, 1, &three);
+  ArrayHandle scratch = new_array(QuarzTypeDouble, 1, &none);
+  for (int i = 0; i < 3; ++i) {
+    static_cast<double*>(static_cast<void*>(*x))[1 + i] = i + 1;
+    static_cast<double*>(static_cast<void*>(*y))[1 + i] = i * i;
+  }
+  double slope, intercept, residue;
+  int32_t iterations = 10;
+  int32_t s = fit(y, x, nullptr, &slope, &intercept, &residue, QuarzLinearFitMethodLeastAbsolute, 0, 0, &iterations,
+                  scratch);
+  std::printf("status=%d\n", s);
+}
+#endif
+
 void Report(const char* label) {
   std::printf("%s kort=%lld koffrt=%lld main=%lld\n", label, (long long)Count(g_kort), (long long)Count(g_koffrt),
 #ifdef PROBE_MAIN_IS_HOST
@@ -170,6 +194,11 @@ int main(int argc, char** argv) {
   } else if (scenario == "main") {
     g_kort = Load("libkort.so");
     OneResize();
+#ifdef PROBE_MAIN_IS_HOST
+  } else if (scenario == "main-no-qsort") {
+    g_kort = Load("libkort.so");
+    SortingFit();
+#endif
   } else if (scenario == "loaded-later") {
     // A runtime loaded after the first search is found by the next one, in its place in
     // the order (libkort.so before libkoffrt.so).
