@@ -109,6 +109,9 @@ std::string ScalarSpec(FuzzedDataProvider& in, const qt::ArgSpec& a) {
     case qt::Role::Uint: return c < 4 ? std::to_string(in.ConsumeIntegral<uint32_t>()) : "";
     case qt::Role::Real: return c < 5 ? Pick(in, kTokens) : "";
     case qt::Role::Module: return "null";
+    // An int32 result read first is a limit (iterations): small values, or the run is
+    // bounded only by the fuzzer's timeout.
+    case qt::Role::IntOut: return c == 0 ? "null" : c < 4 ? std::to_string(in.ConsumeIntegralInRange<int>(-2, 1000)) : "";
     default: return c == 0 ? "null" : c < 3 ? Pick(in, kTokens) : "";
   }
 }

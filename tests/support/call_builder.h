@@ -233,6 +233,8 @@ class Call {
       else if (a.role == Role::Real) s.v.r = Token(v, a.code).real();
       else s.v.p = s.scalar;
       if (a.role == Role::Elem || a.role == Role::ElemIn || a.role == Role::RealIn) Put(s.scalar, a.code, 0, Token(v, a.code));
+      // An int32 result may be read first (an iteration limit): it starts at the value given.
+      if (a.role == Role::IntOut) Put(s.scalar, QuarzTypeInt32, 0, Token(v, QuarzTypeInt32));
       return;
     }
     if (v[0] == '@') {
