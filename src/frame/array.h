@@ -111,6 +111,15 @@ void ClearMatrix(ArrayHandle h) {
   s[1] = 0;
 }
 
+// Sizes a 2-D output of element C, wider than the letter's own element T (the complex
+// result of real data). A handle of type T with these sizes (the input passed again as
+// the output) holds too few bytes for C, so it is emptied first and sized through the host.
+template <class C, class T>
+Status ResizeWiderMatrix(ArrayHandle h, int32_t rows, int32_t cols, C** data) {
+  if constexpr (sizeof(C) > sizeof(T)) ClearMatrix<C>(h);
+  return ResizeMatrix<C>(h, rows, cols, data);
+}
+
 // int32 matrix outputs (permutations, index sets).
 inline Status ResizeIndexMatrix(ArrayHandle h, int32_t rows, int32_t cols, int32_t** data = nullptr) {
   return ResizeMatrix<int32_t>(h, rows, cols, data);

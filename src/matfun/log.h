@@ -245,12 +245,8 @@ Status MtrxLnH(ArrayHandle ah, ArrayHandle bh, int32_t mode, ArrayHandle realWor
   const int32_t n = a0.rows;
   if (n < 1) return StatusEmptyInput;
   if (a0.cols != n) return StatusNotSquare;
-  // A handle of the letter's own type with these sizes (A itself passed again as the
-  // output) holds half the bytes of a real letter's complex result: emptied first, it is
-  // sized through the host for the complex type.
-  if constexpr (sizeof(C) > sizeof(T)) ClearMatrix<C>(bh);
   C* b;
-  if (Status s = ResizeMatrix<C>(bh, n, n, &b); s != StatusOk) return s;
+  if (Status s = ResizeWiderMatrix<C, T>(bh, n, n, &b); s != StatusOk) return s;
   const T* a = ReadMatrix<T>(ah).data;
   if (mode == 1) {
     const Status s = matfun::RealLogCompute(a, n, b, realWork, complexWork, realSchurWork, schurIwork);

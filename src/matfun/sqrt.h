@@ -95,12 +95,8 @@ Status MtrxSqrtH(ArrayHandle ah, ArrayHandle xh, ArrayHandle realWork, ArrayHand
   const int32_t n = a0.rows;
   if (n < 1) return StatusEmptyInput;
   if (a0.cols != n) return StatusNotSquare;
-  // A handle of the letter's own type with these sizes (A itself passed again as the
-  // output) holds half the bytes of a real letter's complex result: emptied first, it is
-  // sized through the host for the complex type.
-  if constexpr (sizeof(C) > sizeof(T)) ClearMatrix<C>(xh);
   C* x;
-  if (Status s = ResizeMatrix<C>(xh, n, n, &x); s != StatusOk) return s;
+  if (Status s = ResizeWiderMatrix<C, T>(xh, n, n, &x); s != StatusOk) return s;
   const T* a = ReadMatrix<T>(ah).data;
   std::copy(a, a + int64_t{n} * n, x);
   return matfun::SqrtCompute(x, n, realWork, complexWork, schurWork1, schurWork2);
