@@ -2,54 +2,18 @@
 // as a different host, so the search order, module switches and fatal exits can all be
 // observed.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <array>
 #include <cstdio>
 #include <string>
 
+#include "support/child_process.h"
+
 namespace {
 
-struct Outcome {
-  int exit_code = -1;
-  std::string out, err;
-};
-
-std::string ReadAll(int fd) {
-  std::string s;
-  std::array<char, 4096> buf;
-  ssize_t n;
-  while ((n = read(fd, buf.data(), buf.size())) > 0) s.append(buf.data(), static_cast<size_t>(n));
-  return s;
-}
+using qt::Outcome;
 
 Outcome RunProbe(const std::string& probe, const std::string& scenario) {
-  int out[2], err[2];
-  EXPECT_EQ(pipe(out), 0);
-  EXPECT_EQ(pipe(err), 0);
-  pid_t pid = fork();
-  if (pid == 0) {
-    dup2(out[1], 1);
-    dup2(err[1], 2);
-    close(out[0]);
-    close(err[0]);
-    const std::string path = std::string(PROBE_BIN_DIR) + "/" + probe;
-    execl(path.c_str(), path.c_str(), scenario.c_str(), static_cast<char*>(nullptr));
-    _exit(127);
-  }
-  close(out[1]);
-  close(err[1]);
-  Outcome o;
-  // Both pipes are small; read stdout then stderr (the probe writes little).
-  o.out = ReadAll(out[0]);
-  o.err = ReadAll(err[0]);
-  close(out[0]);
-  close(err[0]);
-  int status = 0;
-  waitpid(pid, &status, 0);
-  o.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return o;
+  return qt::RunChild(std::string(PROBE_BIN_DIR) + "/" + probe, scenario, [] {});
 }
 
 bool Contains(const std::string& s, const std::string& part) { return s.find(part) != std::string::npos; }

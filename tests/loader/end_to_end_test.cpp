@@ -2,11 +2,8 @@
 // kernel it calls is the one in that directory (a marker kernel whose ddot gives 1000 + n),
 // and with no kernel anywhere it still loads and refuses every call.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -14,54 +11,24 @@
 #include <utility>
 #include <vector>
 
+#include "support/child_process.h"
+
 namespace fs = std::filesystem;
 
 namespace {
 
-struct Outcome {
-  int exit_code = -1;
-  std::string out, err;
-};
-
-std::string ReadAll(int fd) {
-  std::string s;
-  std::array<char, 4096> buf;
-  ssize_t n;
-  while ((n = read(fd, buf.data(), buf.size())) > 0) s.append(buf.data(), static_cast<size_t>(n));
-  return s;
-}
+using qt::Outcome;
 
 // Runs the probe on `library` with `env` added to (for an empty value: removed from) this
 // process's environment.
 Outcome RunProbe(const fs::path& library, std::vector<std::pair<std::string, std::string>> env) {
-  int out[2], err[2];
-  EXPECT_EQ(pipe(out), 0);
-  EXPECT_EQ(pipe(err), 0);
-  pid_t pid = fork();
-  if (pid == 0) {
-    dup2(out[1], 1);
-    dup2(err[1], 2);
-    close(out[0]);
-    close(err[0]);
+  return qt::RunChild(LOADER_PROBE, library.string(), [&] {
     for (const auto& [k, v] : env) v.empty() ? unsetenv(k.c_str()) : setenv(k.c_str(), v.c_str(), 1);
     // The system's OpenMP runtime (libgomp) does not free a few bytes of its start-up when
     // it is unloaded; the leak check would report them against a module no longer there.
     const char* asan = std::getenv("ASAN_OPTIONS");
     setenv("ASAN_OPTIONS", (std::string(asan ? asan : "") + ":detect_leaks=0").c_str(), 1);
-    execl(LOADER_PROBE, LOADER_PROBE, library.c_str(), static_cast<char*>(nullptr));
-    _exit(127);
-  }
-  close(out[1]);
-  close(err[1]);
-  Outcome o;
-  o.out = ReadAll(out[0]);
-  o.err = ReadAll(err[0]);
-  close(out[0]);
-  close(err[0]);
-  int status = 0;
-  waitpid(pid, &status, 0);
-  o.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return o;
+  });
 }
 
 class EndToEnd : public ::testing::Test {
