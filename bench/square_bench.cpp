@@ -87,8 +87,8 @@ void BM_dDeterminantH(benchmark::State& state) {
   }
 }
 
-BENCHMARK(BM_dLinEqH)->Arg(16)->Arg(256)->Arg(1024)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_direct_dgesv)->Arg(16)->Arg(256)->Arg(1024)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_dLinEqH)->Arg(4)->Arg(16)->Arg(256)->Arg(1024)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_direct_dgesv)->Arg(4)->Arg(16)->Arg(256)->Arg(1024)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_dLUH)->Arg(16)->Arg(256)->Arg(1024)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_direct_dgetrf)->Arg(16)->Arg(256)->Arg(1024)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_dDeterminantH)->Arg(16)->Arg(256)->Arg(1024)->Unit(benchmark::kMicrosecond);
