@@ -5,7 +5,7 @@ import pytest
 import scipy.linalg as sla
 
 import quarz_linalg as ql
-from oracle import assert_within, dtypes, gamma, hi, random_array, random_hpd, wide
+from oracle import assert_within, dtypes, gamma, hi, is_complex, random_array, random_hpd, wide
 
 
 def _cols(v):
@@ -58,3 +58,47 @@ def test_solve_matches_numpy(dtype, n, k, rng):
         x = ql.solve(nan, y, kind)
         solve_t = lambda tt, yy: sla.solve_triangular(tt, yy, lower=kind == "lower")  # noqa: E731
         _check(x, t, y, solve_t, gamma(n + 1, dtype) * np.abs(t), kind)
+
+
+@dtypes
+def test_solve_near_overflow(dtype, rng):
+    """Elements and right-hand sides up to just below overflow, where LU with pivoting on
+    A's rows (the order of numpy and scipy) and on its columns overflow on different
+    systems. Fault caught: a general solve that overflows in its own order and returns inf
+    or NaN, or finite zeros behind an infinite pivot, with status 0, where the kernel's
+    getrf and getrs in the rows' order, in the same precision, give a sound answer."""
+    big = float(np.finfo(dtype).max)
+    top, decades = np.log10(big) - 1, 57 if big > 1e300 else 8
+
+    def system(n):
+        def part(shape):
+            return 10 ** rng.uniform(top - decades, top, shape) * rng.standard_normal(shape)
+        a, y = part((n, n)), part(n)
+        if is_complex(dtype):
+            a, y = a + 1j * part((n, n)), y + 1j * part(n)
+        a[rng.random((n, n)) < 0.2] = 0
+        return a.astype(dtype), y.astype(dtype)
+
+    def sound(x, a, y):
+        """Finite, and the residual within the backward error of LU with partial pivoting
+        in either order: gamma_3n |L||U|, whose row sums are at most (1 + 2(n^2 - n) rho)
+        ||A|| for a growth factor rho <= 2^(n-1) (complex: (1 + sqrt 2)^(n-1))."""
+        n = len(y)
+        rho = (1 + np.sqrt(2) if is_complex(dtype) else 2.0) ** (n - 1)
+        norm_a = np.max(np.sum(np.abs(hi(a)), axis=1))
+        bound = gamma(3 * n, dtype) * (1 + 2 * (n * n - n) * rho) * norm_a * np.max(np.abs(hi(x)))
+        return np.all(np.isfinite(x)) and np.max(np.abs(hi(a) @ hi(x) - hi(y))) <= bound
+
+    # Pivoting on A's columns leaves an infinite pivot here (and zeros behind it); on its
+    # rows it does not.
+    systems = [(big / 18 * np.array([[1, -1], [17, 10]]), np.full(2, big / 18))]
+    systems = [(a.astype(dtype), y.astype(dtype)) for a, y in systems]
+    systems += [system(n) for n in rng.integers(2, 6, 300)]
+    getrf, getrs = sla.get_lapack_funcs(("getrf", "getrs"), dtype=dtype)
+    for a, y in systems:
+        with np.errstate(all="ignore"):
+            lu, piv, info = getrf(a)
+            if info != 0 or not sound(getrs(lu, piv, y)[0], a, y):
+                continue
+            x = ql.solve(a, y)
+            assert sound(x, a, y), f"unsound solution {x} of A = {a.tolist()}, y = {y.tolist()}"

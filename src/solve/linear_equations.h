@@ -86,6 +86,75 @@ bool CopyAccepted(const T* src, int64_t count, T* dst) {
   return CopyAcceptedReals(reinterpret_cast<const R*>(src), count * parts, reinterpret_cast<R*>(dst));
 }
 
+template <class T>
+bool AllFinite(const T* p, int64_t count) {
+  bool ok = true;
+  for (int64_t i = 0; i < count; ++i) {
+    if constexpr (IsComplex<T>::value) {
+      ok &= std::isfinite(p[i].real()) & std::isfinite(p[i].imag());
+    } else {
+      ok &= std::isfinite(p[i]);
+    }
+  }
+  return ok;
+}
+
+// The right-hand sides column-major; one of them is copied as it is.
+template <class T>
+void LoadRightHandSides(const T* b, int32_t n, int32_t k, T* rhs) {
+  if (k == 1) {
+    std::copy(b, b + n, rhs);
+  } else {
+    ToColumnMajor(b, n, k, rhs);
+  }
+}
+
+// Factors the n x n copy in lu and solves for the right-hand sides in rhs. With the copy
+// as the host stores it, the kernel sees Aᵀ: it factors that (pivoting on A's columns)
+// and solves with the transpose of the factors. With a transposed copy it factors A
+// itself (pivoting on A's rows). Both solve A·X = B.
+template <class T>
+lapack_int FactorAndSolve(bool asStored, int32_t n, int32_t k, T* lu, int32_t* ipiv, T* rhs) {
+  const lapack_int info = kernel::getrf(n, n, lu, n, ipiv);
+  if (info != 0) return info;
+  return kernel::getrs(asStored ? 'T' : 'N', n, k, lu, n, ipiv, rhs, n);
+}
+
+// Whether an attempt overflowed. An infinite pivot divides what follows it down to zero,
+// a finite but wrong solution, so the pivots are looked at as well as the solution, in
+// which every other overflow ends as an infinity or a NaN. An exact zero pivot (info > 0)
+// leaves no solution to look at.
+template <class T>
+bool Overflowed(lapack_int info, const T* lu, int32_t n, const T* rhs, int64_t nk) {
+  bool pivotsFinite = true;
+  for (int64_t i = 0; i < n; ++i) pivotsFinite &= AllFinite(lu + i * (n + 1), 1);
+  return !pivotsFinite || (info == 0 && !AllFinite(rhs, nk));
+}
+
+// The general path, with A already copied as stored into lu and the right-hand sides
+// loaded into rhs. Near overflow the two pivoting orders fail on different matrices, so
+// when the first attempt overflows, A is factored again in the other orientation, from
+// the untouched input. The first attempt that did not overflow decides: its solution, or
+// its exact zero pivot as singularity (a zero pivot reached without overflow means A is
+// singular to working precision, and the other orientation could only offer an answer
+// without correct digits). When both overflow, the outcome is that of the first attempt,
+// which is solved once more since the second overwrote it; the answer then is what a
+// single attempt gives and the status is deterministic either way.
+template <class T>
+lapack_int GeneralSolve(const T* a, int32_t n, const T* b, int32_t k, T* lu, int32_t* ipiv, T* rhs) {
+  const int64_t nk = int64_t{n} * k;
+  const lapack_int info = FactorAndSolve(true, n, k, lu, ipiv, rhs);
+  if (info < 0 || !Overflowed(info, lu, n, rhs, nk)) return info;
+  ToColumnMajor(a, n, n, lu);
+  LoadRightHandSides(b, n, k, rhs);
+  const lapack_int other = FactorAndSolve(false, n, k, lu, ipiv, rhs);
+  if (other < 0 || !Overflowed(other, lu, n, rhs, nk)) return other;
+  if (info > 0) return info;
+  std::copy(a, a + int64_t{n} * n, lu);
+  LoadRightHandSides(b, n, k, rhs);
+  return FactorAndSolve(true, n, k, lu, ipiv, rhs);
+}
+
 }  // namespace lineq
 
 // The solver shared by LinEqH, LinEqSetH and other families: A is a row-major n x n
@@ -130,22 +199,16 @@ Status LinEqSolve(const T* a, int32_t n, const T* b, int32_t k, int32_t matrixTy
     scratch += (64 - address % 64) % 64 / sizeof(T);
   }
   T* rhs = layout.Get(rhsPiece);
-  // The right-hand sides go column-major whatever the path; one of them is copied as it is.
-  if (k == 1) {
-    std::copy(b, b + n, rhs);
-  } else {
-    ToColumnMajor(b, n, k, rhs);
-  }
+  lineq::LoadRightHandSides(b, n, k, rhs);
 
   lapack_int info;
   Status positive;
   switch (matrixType) {
     case QuarzLinEqMatrixGeneral:
-      // Copied as stored, the kernel sees Aᵀ: it factors that (pivoting on A's columns)
-      // and solves with the transpose of the factors, which is A·X = B.
+      // Copied as stored, which saves a transposing copy (see GeneralSolve). The other
+      // paths do not pivot, so they have no second order to try.
       if (!lineq::CopyAccepted(a, nn, scratch)) return StatusNotFinite;
-      info = kernel::getrf(n, n, scratch, n, ipiv);
-      if (info == 0) info = kernel::getrs('T', n, k, scratch, n, ipiv, rhs, n);
+      info = lineq::GeneralSolve(a, n, b, k, scratch, ipiv, rhs);
       positive = StatusSingular;
       break;
     case QuarzLinEqMatrixPositiveDefinite:
