@@ -5,8 +5,8 @@
 #include <complex>
 #include <vector>
 
+#include "frame/finite_scan.h"
 #include "kernel/blas.h"
-#include "solve/linear_equations.h"
 #include "support/host_array.h"
 
 namespace {
@@ -24,7 +24,7 @@ void BM_copy_scan(benchmark::State& state) {
   const auto a = qt::RandomValues<T>(size_t(m), 31);
   std::vector<T> b(a.size());
   for (auto _ : state) {
-    benchmark::DoNotOptimize(ql::lineq::CopyAccepted(a.data(), m, b.data()));
+    benchmark::DoNotOptimize(ql::CopyAccepted(a.data(), m, b.data()));
     benchmark::ClobberMemory();
   }
 }

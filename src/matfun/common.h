@@ -43,20 +43,6 @@ bool OffDiagonalZero(const T* a, int32_t n) {
   return true;
 }
 
-// True when no element (no part of a complex one) is NaN or infinite.
-template <class T>
-bool AllFinite(const T* a, int64_t count) {
-  bool ok = true;
-  for (int64_t i = 0; i < count; ++i) {
-    if constexpr (IsComplex<T>::value) {
-      ok &= std::isfinite(a[i].real()) && std::isfinite(a[i].imag());
-    } else {
-      ok &= std::isfinite(a[i]);
-    }
-  }
-  return ok;
-}
-
 // exp(x + iy) = e^x·(cos y + i sin y).
 template <class T>
 inline T ScalarExp(const T& v) {

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "frame/array.h"
+#include "frame/finite_scan.h"
 #include "matfun/common.h"
 #include "solve/linear_equations.h"
 
@@ -78,7 +79,7 @@ Status MtrxExpH(ArrayHandle ah, ArrayHandle wh, ArrayHandle sh, ArrayHandle th, 
   if (Status s = ResizeVector<R>(sh, n, &scale); s != StatusOk) return s;
   // The balancing routine refuses NaN as an illegal argument, and an infinite element
   // would leave no finite norm to scale by; either ends in the denominator anyway.
-  if (!matfun::AllFinite(a, nn)) return StatusNotFinite;
+  if (!AllFinite(a, nn)) return StatusNotFinite;
   if (Status s = matfun::Balance(a, n, scale); s != StatusOk) return s;
   T* num = w;
   T* den = w + nn;

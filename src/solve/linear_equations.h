@@ -3,13 +3,7 @@
 #pragma once
 
 #include <algorithm>
-#include <cmath>
 #include <cstdint>
-#include <cstring>
-#include <type_traits>
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 #include "factor/column_major.h"
 #include "frame/array.h"
@@ -19,85 +13,6 @@
 namespace ql {
 
 namespace lineq {
-
-// Copies m reals and tells whether every one is finite and below the largest finite value
-// in magnitude, as AcceptedElement asks: v - v is 0 for a finite v and NaN otherwise, so
-// one running sum finds NaN and infinities, and the largest |v| is compared once at the
-// end. The copy the kernel needs anyway doubles as the scan, so A is read once; written
-// with SSE2 (every x86-64 has it), where the plain loop does not vectorize.
-template <class R>
-bool CopyAcceptedReals(const R* src, int64_t m, R* dst) {
-  int64_t i = 0;
-  R sum = 0, top = 0;
-#if defined(__SSE2__)
-  if constexpr (std::is_same_v<R, double>) {
-    const __m128d mask = _mm_castsi128_pd(_mm_set1_epi64x(0x7FFFFFFFFFFFFFFFLL));
-    __m128d s0 = _mm_setzero_pd(), s1 = s0, t0 = s0, t1 = s0;
-    for (; i + 4 <= m; i += 4) {
-      const __m128d a = _mm_loadu_pd(src + i), b = _mm_loadu_pd(src + i + 2);
-      _mm_storeu_pd(dst + i, a);
-      _mm_storeu_pd(dst + i + 2, b);
-      s0 = _mm_add_pd(s0, _mm_sub_pd(a, a));
-      s1 = _mm_add_pd(s1, _mm_sub_pd(b, b));
-      t0 = _mm_max_pd(t0, _mm_and_pd(a, mask));
-      t1 = _mm_max_pd(t1, _mm_and_pd(b, mask));
-    }
-    double s[2], t[2];
-    _mm_storeu_pd(s, _mm_add_pd(s0, s1));
-    _mm_storeu_pd(t, _mm_max_pd(t0, t1));
-    sum = s[0] + s[1];
-    top = t[0] > t[1] ? t[0] : t[1];
-  } else if constexpr (std::is_same_v<R, float>) {
-    const __m128 mask = _mm_castsi128_ps(_mm_set1_epi32(0x7FFFFFFF));
-    __m128 s0 = _mm_setzero_ps(), s1 = s0, t0 = s0, t1 = s0;
-    for (; i + 8 <= m; i += 8) {
-      const __m128 a = _mm_loadu_ps(src + i), b = _mm_loadu_ps(src + i + 4);
-      _mm_storeu_ps(dst + i, a);
-      _mm_storeu_ps(dst + i + 4, b);
-      s0 = _mm_add_ps(s0, _mm_sub_ps(a, a));
-      s1 = _mm_add_ps(s1, _mm_sub_ps(b, b));
-      t0 = _mm_max_ps(t0, _mm_and_ps(a, mask));
-      t1 = _mm_max_ps(t1, _mm_and_ps(b, mask));
-    }
-    float s[4], t[4];
-    _mm_storeu_ps(s, _mm_add_ps(s0, s1));
-    _mm_storeu_ps(t, _mm_max_ps(t0, t1));
-    for (int j = 0; j < 4; ++j) {
-      sum += s[j];
-      top = t[j] > top ? t[j] : top;
-    }
-  }
-#endif
-  for (; i < m; ++i) {
-    const R v = src[i];
-    dst[i] = v;
-    sum += v - v;
-    const R a = std::abs(v);
-    top = a > top ? a : top;
-  }
-  return sum == 0 && top < Elem<R>::Largest();
-}
-
-// The same over elements: a complex element is its two parts.
-template <class T>
-bool CopyAccepted(const T* src, int64_t count, T* dst) {
-  using R = RealOf<T>;
-  constexpr int64_t parts = sizeof(T) / sizeof(R);
-  return CopyAcceptedReals(reinterpret_cast<const R*>(src), count * parts, reinterpret_cast<R*>(dst));
-}
-
-template <class T>
-bool AllFinite(const T* p, int64_t count) {
-  bool ok = true;
-  for (int64_t i = 0; i < count; ++i) {
-    if constexpr (IsComplex<T>::value) {
-      ok &= std::isfinite(p[i].real()) & std::isfinite(p[i].imag());
-    } else {
-      ok &= std::isfinite(p[i]);
-    }
-  }
-  return ok;
-}
 
 // The right-hand sides column-major; one of them is copied as it is.
 template <class T>
@@ -207,13 +122,13 @@ Status LinEqSolve(const T* a, int32_t n, const T* b, int32_t k, int32_t matrixTy
     case QuarzLinEqMatrixGeneral:
       // Copied as stored, which saves a transposing copy (see GeneralSolve). The other
       // paths do not pivot, so they have no second order to try.
-      if (!lineq::CopyAccepted(a, nn, scratch)) return StatusNotFinite;
+      if (!CopyAccepted(a, nn, scratch)) return StatusNotFinite;
       info = lineq::GeneralSolve(a, n, b, k, scratch, ipiv, rhs);
       positive = StatusSingular;
       break;
     case QuarzLinEqMatrixPositiveDefinite:
       // Copied as stored: the kernel sees Aᵀ and its upper triangle is A's lower one.
-      if (!lineq::CopyAccepted(a, nn, scratch)) return StatusNotFinite;
+      if (!CopyAccepted(a, nn, scratch)) return StatusNotFinite;
       info = kernel::posv('U', n, k, scratch, n, rhs, n);
       positive = StatusNotPositiveDefinite;
       break;

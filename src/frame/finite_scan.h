@@ -1,0 +1,114 @@
+// The scans that guard the operations' inputs (and look at a kernel's results) for values
+// that are not finite, or not below the largest finite value in magnitude.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <limits>
+
+#include "frame/traits.h"
+
+namespace ql {
+
+namespace scan {
+
+template <class R>
+struct BitsOfT;
+template <>
+struct BitsOfT<float> {
+  using type = uint32_t;
+};
+template <>
+struct BitsOfT<double> {
+  using type = uint64_t;
+};
+template <class R>
+using BitsOf = typename BitsOfT<R>::type;
+
+template <class R>
+inline BitsOf<R> Bits(R v) {
+  BitsOf<R> u;
+  std::memcpy(&u, &v, sizeof u);
+  return u;
+}
+
+// Whether each of the m reals at src has a magnitude whose bit pattern lies below
+// limit, the pattern of a positive real. Without its sign an IEEE real orders as its bit
+// pattern does, infinities above every finite value and NaN above those. The largest
+// finite value as limit refuses it, infinities and NaN; infinity as limit refuses
+// infinities and NaN. With Copy the reals are also copied to dst, so one pass serves the
+// copy a kernel needs and its scan.
+//
+// (limit - 1) - |v| wraps around to a pattern with the top bit set exactly when |v| is
+// not below limit, so the OR of all of them tells. The loop has no branch and only
+// integer AND, subtraction and OR, which the compiler vectorizes with the baseline
+// instruction set of x86-64 (a floating comparison of doubles it does not). A block of
+// one cache line keeps as many independent ORs going, where a single running OR would
+// wait on itself; src and dst never overlap.
+template <bool Copy, class R>
+bool MagnitudesBelow(const R* __restrict src, int64_t m, R* __restrict dst, BitsOf<R> limit) {
+  using U = BitsOf<R>;
+  constexpr U magnitude = std::numeric_limits<U>::max() >> 1;
+  constexpr int kLanes = 64 / sizeof(U);
+  U seen[kLanes] = {};
+  const auto step = [&](int64_t i, int lane) {
+    U u;
+    std::memcpy(&u, src + i, sizeof u);
+    if constexpr (Copy) std::memcpy(dst + i, &u, sizeof u);
+    seen[lane] |= (limit - 1) - (u & magnitude);
+  };
+  int64_t i = 0;
+  for (; i + kLanes <= m; i += kLanes) {
+    for (int lane = 0; lane < kLanes; ++lane) step(i + lane, lane);
+  }
+  for (; i < m; ++i) step(i, 0);
+  U all = 0;
+  for (const U s : seen) all |= s;
+  return (all & ~magnitude) == 0;
+}
+
+template <class T>
+constexpr int64_t RealsPer() {
+  return IsComplex<T>::value ? 2 : 1;
+}
+
+}  // namespace scan
+
+// The inputs of the solvers and factorizations must hold neither NaN nor infinities nor
+// the largest finite value or its negative: every real and imaginary part v must satisfy
+// -max < v < max.
+template <class T>
+bool AllAccepted(const T* p, int64_t count) {
+  using R = RealOf<T>;
+  return scan::MagnitudesBelow<false, R>(reinterpret_cast<const R*>(p), count * scan::RealsPer<T>(), nullptr,
+                                      scan::Bits(Elem<R>::Largest()));
+}
+
+// Copies count elements to dst and tells whether all of them are accepted, in one pass.
+template <class T>
+bool CopyAccepted(const T* src, int64_t count, T* dst) {
+  using R = RealOf<T>;
+  return scan::MagnitudesBelow<true, R>(reinterpret_cast<const R*>(src), count * scan::RealsPer<T>(),
+                                     reinterpret_cast<R*>(dst), scan::Bits(Elem<R>::Largest()));
+}
+
+// True when no part of the count elements is NaN or infinite.
+template <class T>
+bool AllFinite(const T* p, int64_t count) {
+  using R = RealOf<T>;
+  return scan::MagnitudesBelow<false, R>(reinterpret_cast<const R*>(p), count * scan::RealsPer<T>(), nullptr,
+                                      scan::Bits(std::numeric_limits<R>::infinity()));
+}
+
+// Only one triangle of a row-major n x n array, diagonal included: row i, columns 0..i
+// (lower) or i..n-1 (upper).
+template <class T>
+bool TriangleAccepted(const T* a, int32_t n, bool lower) {
+  for (int32_t i = 0; i < n; ++i) {
+    const T* row = a + int64_t{i} * n;
+    if (lower ? !AllAccepted(row, i + 1) : !AllAccepted(row + i, n - i)) return false;
+  }
+  return true;
+}
+
+}  // namespace ql
