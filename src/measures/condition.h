@@ -50,11 +50,9 @@ Status CondNumberH(ArrayHandle ah, int32_t normType, RealOf<T>* result, ArrayHan
   if (m < 1 || n < 1) return StatusEmptyInput;
   if (normType < QuarzMatrixNormTwo || normType > QuarzMatrixNormInfinity) return StatusBadOption;
   if (normType == QuarzMatrixNormTwo) {
-    if (!values) return StatusKernelError;
     const int32_t k = std::min(m, n);
     R* s;
-    if (Status st = ResizeVector<R>(values, k, &s); st != StatusOk) return st;
-    if (Status st = SVDCompute<T>(a.data, m, n, nullptr, s, nullptr, 'N', work, iwork); st != StatusOk) return st;
+    if (Status st = SingularValues(a.data, m, n, values, work, iwork, &s); st != StatusOk) return st;
     return Store(result, s[k - 1] == 0 ? std::numeric_limits<R>::infinity() : s[0] / s[k - 1]);
   }
   if (m != n) return StatusNotSquare;

@@ -54,10 +54,8 @@ Status MatrixNormCompute(const T* a, int32_t m, int32_t n, int32_t type, RealOf<
   if (m < 1 || n < 1) return StatusEmptyInput;
   switch (type) {
     case QuarzMatrixNormTwo: {
-      if (!values) return StatusKernelError;
       R* s;
-      if (Status st = ResizeVector<R>(values, std::min(m, n), &s); st != StatusOk) return st;
-      if (Status st = SVDCompute<T>(a, m, n, nullptr, s, nullptr, 'N', work, iwork); st != StatusOk) return st;
+      if (Status st = SingularValues(a, m, n, values, work, iwork, &s); st != StatusOk) return st;
       return Store(result, s[0]);
     }
     case QuarzMatrixNormOne:

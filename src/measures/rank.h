@@ -18,11 +18,9 @@ Status RankH(ArrayHandle ah, RealOf<T> tolerance, int32_t* rank, ArrayHandle val
   const auto a = ReadMatrix<T>(ah);
   const int32_t m = a.rows, n = a.cols;
   if (m < 1 || n < 1) return StatusEmptyInput;
-  if (!values) return StatusKernelError;
   const int32_t k = std::min(m, n);
   R* s;
-  if (Status st = ResizeVector<R>(values, k, &s); st != StatusOk) return st;
-  if (Status st = SVDCompute<T>(a.data, m, n, nullptr, s, nullptr, 'N', work, iwork); st != StatusOk) return st;
+  if (Status st = SingularValues(a.data, m, n, values, work, iwork, &s); st != StatusOk) return st;
   const R tol = tolerance < 0 ? DefaultTolerance<T>(m, n, s[0]) : tolerance;
   int32_t count = 0;
   for (int32_t i = 0; i < k; ++i) count += s[i] > tol;

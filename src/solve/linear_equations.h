@@ -14,13 +14,14 @@ namespace ql {
 
 namespace lineq {
 
-// The right-hand sides column-major; one of them is copied as it is.
+// A row-major rows x cols array to column-major: the right-hand sides into the scratch
+// and, with the sizes swapped, the solution back. A single row or column is copied as it is.
 template <class T>
-void LoadRightHandSides(const T* b, int32_t n, int32_t k, T* rhs) {
-  if (k == 1) {
-    std::copy(b, b + n, rhs);
+void Reorder(const T* src, int32_t rows, int32_t cols, T* dst) {
+  if (rows == 1 || cols == 1) {
+    std::copy(src, src + int64_t{rows} * cols, dst);
   } else {
-    ToColumnMajor(b, n, k, rhs);
+    ToColumnMajor(src, rows, cols, dst);
   }
 }
 
@@ -61,12 +62,12 @@ lapack_int GeneralSolve(const T* a, int32_t n, const T* b, int32_t k, T* lu, int
   const lapack_int info = FactorAndSolve(true, n, k, lu, ipiv, rhs);
   if (info < 0 || !Overflowed(info, lu, n, rhs, nk)) return info;
   ToColumnMajor(a, n, n, lu);
-  LoadRightHandSides(b, n, k, rhs);
+  Reorder(b, n, k, rhs);
   const lapack_int other = FactorAndSolve(false, n, k, lu, ipiv, rhs);
   if (other < 0 || !Overflowed(other, lu, n, rhs, nk)) return other;
   if (info > 0) return info;
   std::copy(a, a + int64_t{n} * n, lu);
-  LoadRightHandSides(b, n, k, rhs);
+  Reorder(b, n, k, rhs);
   return FactorAndSolve(true, n, k, lu, ipiv, rhs);
 }
 
@@ -114,7 +115,7 @@ Status LinEqSolve(const T* a, int32_t n, const T* b, int32_t k, int32_t matrixTy
     scratch += (64 - address % 64) % 64 / sizeof(T);
   }
   T* rhs = layout.Get(rhsPiece);
-  lineq::LoadRightHandSides(b, n, k, rhs);
+  lineq::Reorder(b, n, k, rhs);
 
   lapack_int info;
   Status positive;
@@ -140,11 +141,7 @@ Status LinEqSolve(const T* a, int32_t n, const T* b, int32_t k, int32_t matrixTy
       break;
   }
   if (Status s = FromInfo(info, positive); s != StatusOk) return s;
-  if (k == 1) {
-    std::copy(rhs, rhs + n, x);
-  } else {
-    ToColumnMajor(rhs, k, n, x);
-  }
+  lineq::Reorder(rhs, k, n, x);
   return StatusOk;
 }
 
