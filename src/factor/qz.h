@@ -104,13 +104,7 @@ Status QZCompute(const T* a, const T* b, int32_t n, int32_t ordering, T* s, T* t
   if (info == n + 2) return StatusReorderInexact;
   if (info == n + 3) return StatusReorderFailed;
   if (info != 0) return StatusKernelError;
-  for (int32_t i = 0; i < n; ++i) {
-    if constexpr (kComplex) {
-      alpha[i] = al[i];
-    } else {
-      alpha[i] = {al[i], ai[i]};
-    }
-  }
+  schur::JoinParts(al, ai, n, alpha);
 
   if (reorder) {
     int32_t* blockSizes;

@@ -123,6 +123,19 @@ Status BubbleSort(int32_t count, int32_t ordering, int32_t* sizes, R* keys, Exch
   return StatusOk;
 }
 
+// Eigenvalues as the kernel reports them, for real data in two real arrays (im unused for
+// complex data), as complex numbers.
+template <class T>
+void JoinParts(const T* re, const RealOf<T>* im, int32_t n, ComplexOf<T>* out) {
+  for (int32_t i = 0; i < n; ++i) {
+    if constexpr (IsComplex<T>::value) {
+      out[i] = re[i];
+    } else {
+      out[i] = {re[i], im[i]};
+    }
+  }
+}
+
 }  // namespace schur
 
 // The Schur worker. a: row-major n x n, replaced by T. u: row-major n x n Schur vectors,
@@ -178,13 +191,7 @@ Status SchurCompute(T* a, int32_t n, int32_t ordering, T* u, ComplexOf<T>* value
     if (info == n + 2) return StatusReorderInexact;
     return StatusKernelError;
   }
-  for (int32_t i = 0; i < n; ++i) {
-    if constexpr (kComplex) {
-      values[i] = w[i];
-    } else {
-      values[i] = {w[i], wi[i]};
-    }
-  }
+  schur::JoinParts(w, wi, n, values);
 
   if (reorder) {
     if constexpr (!kComplex) {
