@@ -1,10 +1,11 @@
 /* The compiled Python host of libquarz_linalg.
  *
- * Calls the library's exports on numpy arrays: every input array is copied once into a
- * host handle, the export runs, and each output comes back as a numpy array that keeps
- * the export's own host block alive (tiny outputs are copied instead: one copy of a few
- * hundred bytes costs less than a fresh host handle for the next call). Such an output
- * passed back in as a read-only input is not copied at all: its block's handle is. Handles are
+ * Calls the library's exports on numpy arrays. A read-only input is read where it lies
+ * when its memory has a host block's layout (the output of an earlier call, or an array
+ * numpy allocated through the host-layout handler below); any other input is copied once
+ * into a host handle. The export runs, and each output comes back as a numpy array that
+ * keeps the export's own host block alive (tiny outputs are copied instead: one copy of a
+ * few hundred bytes costs less than a fresh host handle for the next call). Handles are
  * reused: each Python thread keeps the empty handles of its finished calls (inputs
  * emptied again, outputs copied out, work handles as the export leaves them, empty) and
  * takes them for its next call, so the host's pool keeps their capacity and a repeated
