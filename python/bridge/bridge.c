@@ -494,9 +494,13 @@ static ArrayHandle lend_block(PyObject* v, const QbKind* kd, void** master) {
   if (h->magic != kLayoutMagic) return NULL;
   int32_t sizes[2];
   sizes_slot(kd, dims, sizes);
-  if (h->lent > 0 && (h->sizes[0] != sizes[0] || h->sizes[1] != sizes[1])) return NULL;
-  h->sizes[0] = sizes[0];
-  h->sizes[1] = sizes[1];
+  /* Written only while no export reads them; a running reader of other sizes keeps them. */
+  if (h->lent == 0) {
+    h->sizes[0] = sizes[0];
+    h->sizes[1] = sizes[1];
+  } else if (h->sizes[0] != sizes[0] || h->sizes[1] != sizes[1]) {
+    return NULL;
+  }
   h->lent += 1;
   *master = (char*)PyArray_DATA(arr) - elem_offset(kd->code, kd->rank);
   return (ArrayHandle)master;
