@@ -1,6 +1,8 @@
-// Late binding of the host runtime's functions, for every platform: the search order's
-// announced steps, the per-module records and the forwarders. What the operating system
-// answers (TLS, loaded modules, symbols, unloads, the fatal message) comes from host_os.
+// Late binding of the host runtime's functions, written once for every platform: the
+// TLS slot and announced module steps of the search, the records of resolved functions
+// and the forwarders. What only the operating system answers (TLS values, the search
+// among loaded modules, function addresses, unloads, the fatal message) comes from
+// host_os.
 #include "frame/host_binding.h"
 
 #include <cstdio>
@@ -41,11 +43,12 @@ void* LocateHostRuntime() {
   return host_os::SearchLoadedRuntime(g_announcements.load(std::memory_order_acquire));
 }
 
-// A module handle is taken to name the same module until a module is unloaded, and
-// unloads are noticed on the search path, at an announcement, and before a function is
-// looked up: a host that unloads a runtime, loads another that receives the same handle
-// and names it only in a TLS slot, with no announcement and no search in between, would
-// still be served from the old entry.
+// A module handle is taken to name the same module until a module is unloaded (on
+// Windows, which does not track unloads, for the life of the process). Unloads are
+// noticed on the search path, at an announcement, and before a function is looked up: a
+// host that unloads a runtime, loads another that receives the same handle and names it
+// only in a TLS slot, with no announcement and no search in between, would still be
+// served from the old entry.
 void* BindHostFunction(std::atomic<const BoundHostFunction*>& resolved, const char* name) {
   void* module = LocateHostRuntime();
   if (!module) host_os::Fatal("KORVOV.LIB was not called from a Korvo process.");
