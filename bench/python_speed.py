@@ -9,7 +9,8 @@ its first) and, up to n = 16, scipy.linalg.solve / ql.solve. Every figure is the
 many repetitions of a short timed loop (about a millisecond, shorter than a scheduler time
 slice, so that on a loaded machine some repetitions run undisturbed), with both sides
 interleaved; ratios below 1 mean the Python host is faster.
-QUARZ_LINALG_BRIDGE=0 measures the ctypes path.
+QUARZ_LINALG_BRIDGE=0 measures the ctypes path; QUARZ_LINALG_HOST_LAYOUT=0 the bridge
+copying every input (numpy's arrays then lack the host layout).
 """
 import argparse
 import os
@@ -59,6 +60,7 @@ def main():
     import scipy.linalg
 
     path = "bridge" if ql._library.bridge is not None else "ctypes"
+    path += ", inputs in place" if ql.host_layout() else ", inputs copied"
     print(f"# calls through: {path}; numpy {np.__version__}; load average "
           f"{os.getloadavg()[0]:.2f}; OPENBLAS_NUM_THREADS={os.environ.get('OPENBLAS_NUM_THREADS', 'unset')}; "
           f"best of {a.repeats}")
