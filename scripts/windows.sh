@@ -4,7 +4,8 @@
 # decorations), and, where Wine is installed, loads it in Windows host processes from
 # run-time directories laid out here (a marker kernel and a stand-in OpenMP runtime built
 # with mingw): the kernel beside the DLL, the one named by the registry, and none at all;
-# with the per-thread buffer release and KMP_DUPLICATE_LIB_OK set and restored.
+# with an output sized through the host program's NumericArrayResize, the per-thread
+# buffer release and KMP_DUPLICATE_LIB_OK set and restored.
 # Usage: scripts/windows.sh [build dir=build-mingw]
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -72,12 +73,12 @@ key='HKLM\SOFTWARE\Orvane\Korvo\13.0\AddOns\Quarz Toolkit'
 wine reg delete "$key" /f >/dev/null 2>&1 || true
 
 layout "$work/own" "$work/own"
-KMP_DUPLICATE_LIB_OK=0 expect "kernel beside the DLL" $'0\n0 1003\nreleased 1\nTRUE\n0' "$(winepath -w "$work/own/QUARZ_LINALG.dll")"
+KMP_DUPLICATE_LIB_OK=0 expect "kernel beside the DLL" $'0\n0 1003\n0 3x2 resized 1\nreleased 1\nTRUE\n0' "$(winepath -w "$work/own/QUARZ_LINALG.dll")"
 layout "$work/alone"
 expect "no kernel anywhere: the DLL does not load" $'(unset)\nload failed' "$(winepath -w "$work/alone/QUARZ_LINALG.dll")"
 layout "$work/alone" "$work/runtime/13.0.0"
 wine reg add "$key" /v RunTimeDIR64 /t REG_SZ /d "$(winepath -w "$work/runtime")" /f >/dev/null 2>&1
-expect "registry run-time directory" $'(unset)\n0 1003\nreleased 1\nTRUE\nTRUE' "$(winepath -w "$work/alone/QUARZ_LINALG.dll")"
+expect "registry run-time directory" $'(unset)\n0 1003\n0 3x2 resized 1\nreleased 1\nTRUE\nTRUE' "$(winepath -w "$work/alone/QUARZ_LINALG.dll")"
 wine reg delete "$key" /f >/dev/null 2>&1 || true
 wineserver -k >/dev/null 2>&1 || true
 if [ "$failed" -ne 0 ]; then

@@ -1,7 +1,7 @@
 // Internal workspace helpers: the layout that carves one host work handle into typed
 // pieces, and the LAPACK workspace query. Neither has an export of its own, so they are
 // compiled in here, with the library's src/ on the include path, the frame's
-// host_binding.cpp, the reference host and the BLAS/LAPACK package linked.
+// host binding, the reference host and the BLAS/LAPACK package linked.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,10 +1,11 @@
 /* The compiled Python host of libquarz_linalg.
  *
- * Calls the library's exports on numpy arrays: every input array is copied once into a
- * host handle, the export runs, and each output comes back as a numpy array that keeps
- * the export's own host block alive (tiny outputs are copied instead: one copy of a few
- * hundred bytes costs less than a fresh host handle for the next call). Such an output
- * passed back in as a read-only input is not copied at all: its block's handle is. Handles are
+ * Calls the library's exports on numpy arrays. A read-only input is read where it lies
+ * when its memory has a host block's layout (the output of an earlier call, or an array
+ * numpy allocated through the host-layout handler below); any other input is copied once
+ * into a host handle. The export runs, and each output comes back as a numpy array that
+ * keeps the export's own host block alive (tiny outputs are copied instead: one copy of a
+ * few hundred bytes costs less than a fresh host handle for the next call). Handles are
  * reused: each Python thread keeps the empty handles of its finished calls (inputs
  * emptied again, outputs copied out, work handles as the export leaves them, empty) and
  * takes them for its next call, so the host's pool keeps their capacity and a repeated
@@ -345,6 +346,170 @@ static ArrayHandle own_block(PyObject* v, const QbKind* kd) {
   return b->h;
 }
 
+/* ---- numpy arrays laid out as host blocks -------------------------------------------- */
+
+/* numpy allocates every array's memory through a handler of the current context. Ours
+ * wraps numpy's default one and puts a small header in front of each allocation, whose
+ * last 8 bytes are where a host block keeps its sizes: an array that starts at its
+ * allocation can then be read by an export in place, through a handle whose block is
+ * (sizes slot, elements), instead of being copied into a host block first. The data stays
+ * 16-byte aligned, as numpy's default gives it. */
+typedef struct {
+  uint32_t magic;
+  int32_t lent;      /* calls reading the block now; changed under the GIL only */
+  int32_t sizes[2];  /* the block's sizes, where elem_offset puts them before the data */
+} LayoutHeader;
+
+enum { kLayoutMagic = 0x4C48514Bu };
+#define LAYOUT_HEADER_BYTES ((size_t)sizeof(LayoutHeader))
+
+static PyDataMem_Handler* default_handler;
+static PyObject* layout_capsule;
+
+static LayoutHeader* header_of(void* data) { return (LayoutHeader*)((char*)data - LAYOUT_HEADER_BYTES); }
+
+static void* layout_data(void* raw) {
+  if (!raw) return NULL;
+  LayoutHeader* h = (LayoutHeader*)raw;
+  h->magic = kLayoutMagic;
+  h->lent = 0;
+  h->sizes[0] = h->sizes[1] = 0;
+  return (char*)raw + LAYOUT_HEADER_BYTES;
+}
+
+static void* layout_malloc(void* ctx, size_t size) {
+  (void)ctx;
+  if (size > SIZE_MAX - LAYOUT_HEADER_BYTES) return NULL;
+  const PyDataMemAllocator* a = &default_handler->allocator;
+  return layout_data(a->malloc(a->ctx, size + LAYOUT_HEADER_BYTES));
+}
+
+static void* layout_calloc(void* ctx, size_t nelem, size_t elsize) {
+  (void)ctx;
+  if (elsize && nelem > (SIZE_MAX - LAYOUT_HEADER_BYTES) / elsize) return NULL;
+  const PyDataMemAllocator* a = &default_handler->allocator;
+  return layout_data(a->calloc(a->ctx, 1, nelem * elsize + LAYOUT_HEADER_BYTES));
+}
+
+/* The header moves with the data and keeps what it holds. */
+static void* layout_realloc(void* ctx, void* ptr, size_t size) {
+  if (!ptr) return layout_malloc(ctx, size);
+  if (size > SIZE_MAX - LAYOUT_HEADER_BYTES) return NULL;
+  const PyDataMemAllocator* a = &default_handler->allocator;
+  char* raw = (char*)a->realloc(a->ctx, header_of(ptr), size + LAYOUT_HEADER_BYTES);
+  return raw ? raw + LAYOUT_HEADER_BYTES : NULL;
+}
+
+static void layout_free(void* ctx, void* ptr, size_t size) {
+  (void)ctx;
+  if (!ptr) return;
+  const PyDataMemAllocator* a = &default_handler->allocator;
+  a->free(a->ctx, header_of(ptr), size + LAYOUT_HEADER_BYTES);
+}
+
+static PyDataMem_Handler layout_handler = {
+    "quarz_linalg_host_layout", 1,
+    {NULL, layout_malloc, layout_calloc, layout_realloc, layout_free},
+};
+
+/* host_layout(enable=None) -> whether arrays allocated from now on in this context (this
+ * thread, or a task that copied its context) get the header; enable switches it. Only
+ * numpy's default handler is replaced, and only by ours: a handler someone else set stays. */
+static PyObject* host_layout(PyObject* module, PyObject* const* args, Py_ssize_t nargs) {
+  (void)module;
+  if (nargs > 1) {
+    PyErr_SetString(PyExc_TypeError, "host_layout(enable=None)");
+    return NULL;
+  }
+  PyObject* current = PyDataMem_GetHandler();
+  if (!current) return NULL;
+  int on = current == layout_capsule;
+  if (nargs == 1 && args[0] != Py_None) {
+    const int want = PyObject_IsTrue(args[0]);
+    PyObject* old = NULL;
+    if (want < 0) {
+      Py_DECREF(current);
+      return NULL;
+    }
+    if (want && !on && current == PyDataMem_DefaultHandler) {
+      old = PyDataMem_SetHandler(layout_capsule);
+      on = old != NULL;
+    } else if (!want && on) {
+      old = PyDataMem_SetHandler(PyDataMem_DefaultHandler);
+      on = old == NULL;
+    } else {
+      old = Py_None;
+      Py_INCREF(old);
+    }
+    if (!old) {
+      Py_DECREF(current);
+      return NULL;
+    }
+    Py_DECREF(old);
+  }
+  Py_DECREF(current);
+  return PyBool_FromLong(on);
+}
+
+/* The sizes slot as a block of this kind reads it: (rows, cols) for a matrix; a vector's
+ * length in the first word when its elements start 8 bytes into the block (double and
+ * complex double), in the second when they start 4 bytes in. */
+static void sizes_slot(const QbKind* kd, const npy_intp* dims, int32_t out[2]) {
+  if (kd->rank == 2) {
+    out[0] = (int32_t)dims[0];
+    out[1] = (int32_t)dims[1];
+  } else if (elem_offset(kd->code, 1) == 8) {
+    out[0] = (int32_t)dims[0];
+    out[1] = 0;
+  } else {
+    out[0] = 0;
+    out[1] = (int32_t)dims[0];
+  }
+}
+
+/* A read-only input that can be read where it lies: a native C-ordered array of the
+ * argument's type, not empty, that starts where a host-layout allocation starts. Its
+ * header takes the array's sizes and counts one more reader (undone by unlend); *master
+ * becomes the block pointer the returned handle points to. Null when the array is not
+ * such, or when another call reads the same memory as an array of other sizes. */
+static ArrayHandle lend_block(PyObject* v, const QbKind* kd, void** master) {
+  if (!layout_capsule || !PyArray_Check(v)) return NULL;
+  PyArrayObject* arr = (PyArrayObject*)v;
+  if (PyArray_NDIM(arr) != kd->rank || PyArray_TYPE(arr) != kNpyType[code_index(kd->code)] ||
+      !PyArray_ISNOTSWAPPED(arr) || !PyArray_IS_C_CONTIGUOUS(arr) || PyArray_SIZE(arr) == 0)
+    return NULL;
+  PyArrayObject* owner = arr;
+  while (!PyArray_CHKFLAGS(owner, NPY_ARRAY_OWNDATA)) {
+    PyObject* base = PyArray_BASE(owner);
+    if (!base || !PyArray_Check(base)) return NULL;
+    owner = (PyArrayObject*)base;
+  }
+  if (PyArray_HANDLER(owner) != layout_capsule || PyArray_DATA(owner) != PyArray_DATA(arr)) return NULL;
+  const npy_intp* dims = PyArray_DIMS(arr);
+  for (int r = 0; r < kd->rank; ++r) {
+    if (dims[r] > INT32_MAX) return NULL;
+  }
+  if (PyArray_SIZE(arr) > INT32_MAX) return NULL;
+  LayoutHeader* h = header_of(PyArray_DATA(arr));
+  if (h->magic != kLayoutMagic) return NULL;
+  int32_t sizes[2];
+  sizes_slot(kd, dims, sizes);
+  /* Written only while no export reads them; a running reader of other sizes keeps them. */
+  if (h->lent == 0) {
+    h->sizes[0] = sizes[0];
+    h->sizes[1] = sizes[1];
+  } else if (h->sizes[0] != sizes[0] || h->sizes[1] != sizes[1]) {
+    return NULL;
+  }
+  h->lent += 1;
+  *master = (char*)PyArray_DATA(arr) - elem_offset(kd->code, kd->rank);
+  return (ArrayHandle)master;
+}
+
+static void unlend(ArrayHandle h, const QbKind* kd) {
+  header_of((char*)*h + elem_offset(kd->code, kd->rank))->lent -= 1;
+}
+
 /* Copies an array-like into a handle of the argument's type and rank, converting the
  * element type and gathering strided data in the same pass. */
 static int input_handle(Cache* c, PyObject* v, const QbKind* kd, const Export* e, ArrayHandle* out,
@@ -435,6 +600,8 @@ static PyObject* run_export(Export* e, PyObject* const* inputs, Py_ssize_t n_inp
   PyObject* source[kMaxArgs] = {NULL};  /* the object each input handle was copied from */
   char shared[kMaxArgs];                /* the handle is not ours: an earlier argument's, or
                                            the block of an array passed in */
+  char lent[kMaxArgs] = {0};            /* the array passed in is read in place */
+  void* master[kMaxArgs];               /* the block pointers of those handles */
   PyObject* result = NULL;
   Py_ssize_t bytes_in = 0;
   int prepared = 0, k = 0, called = 0;
@@ -458,7 +625,8 @@ static PyObject* run_export(Export* e, PyObject* const* inputs, Py_ssize_t n_inp
           }
         }
         source[i] = v;
-        if (!a[i].h && kd->role == QB_IN && (a[i].h = own_block(v, kd))) {
+        if (!a[i].h && kd->role == QB_IN &&
+            ((a[i].h = own_block(v, kd)) || (lent[i] = (a[i].h = lend_block(v, kd, &master[i])) != NULL))) {
           shared[i] = 1;
           bytes_in += PyArray_NBYTES((PyArrayObject*)v);
         }
@@ -562,6 +730,7 @@ static PyObject* run_export(Export* e, PyObject* const* inputs, Py_ssize_t n_inp
 cleanup:
   for (int i = 0; i < prepared; ++i) {
     const QbKind* kd = &row->args[i];
+    if (lent[i]) unlend(a[i].h, kd);
     if (kd->role > QB_WORK || kd->role == QB_IGNORED || (kd->role == QB_IN && shared[i])) continue;
     /* Work handles come back with sizes 0 and an unknown content (see give). */
     if (called && kd->role == QB_WORK) held[i] = -1;
@@ -939,6 +1108,9 @@ static PyMethodDef methods[] = {
     {"probe", probe, METH_O, "probe(address): a stand-in export with every argument role, for tests"},
     {"held", held, METH_NOARGS, "held() -> (handles, bytes) kept for reuse by all threads"},
     {"release", release, METH_NOARGS, "release(): frees this thread's kept handles"},
+    {"host_layout", (PyCFunction)(void (*)(void))host_layout, METH_FASTCALL,
+     "host_layout(enable=None) -> bool: numpy arrays allocated in this context are laid out "
+     "as host blocks (read by the exports in place); enable switches it"},
     {NULL, NULL, 0, NULL},
 };
 
@@ -955,6 +1127,10 @@ PyMODINIT_FUNC PyInit__quarz_bridge(void) {
     return NULL;
   cache_key = PyUnicode_InternFromString("quarz_linalg.bridge_handle_cache");
   if (!cache_key) return NULL;
+  default_handler = (PyDataMem_Handler*)PyCapsule_GetPointer(PyDataMem_DefaultHandler, "mem_handler");
+  if (!default_handler) return NULL;
+  layout_capsule = PyCapsule_New(&layout_handler, "mem_handler", NULL);
+  if (!layout_capsule) return NULL;
   PyObject* m = PyModule_Create(&module_def);
   if (!m) return NULL;
   if (PyModule_AddStringConstant(m, "TABLE_DIGEST", kTableDigest) < 0) {

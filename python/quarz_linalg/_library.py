@@ -179,3 +179,21 @@ def _load_bridge():
 
 bridge = _load_bridge()
 BRIDGE_PATH = Path(bridge.__file__) if bridge is not None else None
+
+# With the bridge, numpy arrays allocated from now on in the importing thread's context get
+# a host block's sizes slot in front of their elements, so that the exports read them in
+# place (host_layout). QUARZ_LINALG_HOST_LAYOUT=0 leaves numpy's allocation alone.
+HOST_LAYOUT_ENV = "QUARZ_LINALG_HOST_LAYOUT"
+if bridge is not None and os.environ.get(HOST_LAYOUT_ENV, "1") != "0":
+    bridge.host_layout(True)
+
+
+def host_layout(enable=None):
+    """Whether numpy arrays allocated from now on in this thread (this context) are laid
+    out so that the exports read them without a copy: numpy's default allocator then puts
+    16 bytes in front of every array's elements, which stay 16-byte aligned. `enable`
+    switches it for the current context; a thread starts without it, and a memory handler
+    someone else installed is never replaced. Always False without the compiled bridge."""
+    if bridge is None:
+        return False
+    return bridge.host_layout(enable)

@@ -216,3 +216,40 @@ def test_an_output_passed_back_in_is_read_in_place(rng):
     # Views that are not the whole block as it came back are copied as their values.
     for view in (r[1:], r[:, 1:], r.T, r[::2], r.reshape(32, 128), r.view(np.int64)):
         assert np.array_equal(ql.invoke("dTransposeH", view)[1][0], view.T.astype(np.float64))
+
+
+@bridge_only
+def test_numpy_arrays_are_read_where_they_lie(rng):
+    # Allocated after the import, an array has a host block's sizes slot in front of its
+    # elements; an export reads it in place, with the sizes of the view passed. (A copy
+    # this large costs two resizes: the bridge's handle grows, and is emptied after.)
+    a = rng.standard_normal((64, 256))
+    assert np.core.multiarray.get_handler_name(a) == "quarz_linalg_host_layout"
+    for given, copies in ((a, 0), (a.reshape(256, 64), 0), (a[1:], 1), (a.T, 1)):
+        before = ql.resize_count()
+        assert np.array_equal(ql.transpose(given), given.T)
+        assert ql.resize_count() - before == 1 + 2 * copies
+    # One memory as two inputs of other sizes in one call: the second is copied, not
+    # given sizes that the first one's reader would then see.
+    before = ql.resize_count()
+    assert np.array_equal(ql.matmul(a, a.reshape(256, 64)), a @ a.reshape(256, 64))
+    assert ql.resize_count() - before == 3
+    # Switched off, arrays are numpy's own again (and are copied).
+    assert ql.host_layout(False) is False
+    try:
+        assert np.core.multiarray.get_handler_name(np.ones(4)) != "quarz_linalg_host_layout"
+    finally:
+        assert ql.host_layout(True) is True
+
+
+@bridge_only
+def test_host_layout_arrays_grow_and_shrink_with_their_contents():
+    # numpy reallocates an array's memory in place of a copy (resize, fromiter); the
+    # elements must move with it.
+    x = np.arange(5.0)
+    x.resize(300000)
+    assert np.array_equal(x[:5], np.arange(5.0)) and not x[5:].any()
+    x.resize(3)
+    assert np.array_equal(x, [0.0, 1.0, 2.0])
+    y = np.fromiter((float(i) for i in range(100000)), np.float64)
+    assert np.array_equal(y, np.arange(100000.0))

@@ -40,6 +40,28 @@ struct HostFunctionBinding {
 // program, libkort.so, libkoffrt.so), or null.
 void* LocateHostRuntime();
 
+// What binding asks of the operating system, one definition per platform
+// (host_binding_linux.cpp, host_binding_windows.cpp); the rest is written once.
+namespace host_os {
+
+// The calling thread's value in TLS slot `index` (null when unset).
+void* TlsValue(uint32_t index);
+// The main program when it exports "gKORTVersion" or "AZNewHandle", else the already
+// loaded libkort/koffrt runtime, else null. `announcements` counts the modules and TLS
+// slots announced so far: an answer remembered under another count is not reused.
+void* SearchLoadedRuntime(uint32_t announcements);
+// The address of the function `name` exported by `module`, or null.
+void* FunctionAddress(void* module, const char* name);
+// Modules the process has unloaded, as last seen (cheap), and after asking the loader
+// now. A resolved function made before the latest unload is not trusted. Both are 0 on a
+// platform that does not track unloads.
+uint64_t UnloadsSeen();
+uint64_t ObserveUnloads();
+// Tells the user (message box, or a line on stderr) and ends the process.
+[[noreturn]] void Fatal(const char* text);
+
+}  // namespace host_os
+
 // The function's address in the current host module; never returns without one.
 void* BindHostFunction(std::atomic<const BoundHostFunction*>& resolved, const char* name);
 

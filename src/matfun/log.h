@@ -239,15 +239,11 @@ Status RealLogCompute(const R* a, int32_t n, std::complex<R>* x, ArrayHandle rea
 template <class T, std::enable_if_t<!IsComplex<T>::value, int> = 0>
 Status MtrxLnH(ArrayHandle ah, ArrayHandle bh, int32_t mode, ArrayHandle realWork, ArrayHandle complexWork,
                ArrayHandle balanceWork, ArrayHandle schurWork, ArrayHandle schurIwork, ArrayHandle realSchurWork) {
-  using C = ComplexOf<T>;
   (void)balanceWork;
-  const auto a0 = ReadMatrix<T>(ah);
-  const int32_t n = a0.rows;
-  if (n < 1) return StatusEmptyInput;
-  if (a0.cols != n) return StatusNotSquare;
-  C* b;
-  if (Status s = ResizeWiderMatrix<C, T>(bh, n, n, &b); s != StatusOk) return s;
-  const T* a = ReadMatrix<T>(ah).data;
+  int32_t n;
+  const T* a;
+  ComplexOf<T>* b;
+  if (Status s = matfun::SquareToComplex(ah, bh, &n, &a, &b); s != StatusOk) return s;
   if (mode == 1) {
     const Status s = matfun::RealLogCompute(a, n, b, realWork, complexWork, realSchurWork, schurIwork);
     if (s != matfun::kNoRealLogarithm) return s;

@@ -80,6 +80,20 @@ Status SqrtCompute(C* x, int32_t n, ArrayHandle realWork, ArrayHandle complexWor
   return small >= 2 ? WarnSqrtInexact : StatusOk;
 }
 
+// The square A of a function whose result is complex, and that result: checks A's
+// sizes, sizes the output (the input's own handle too, whose elements are then read from
+// the frame's copy) and gives A's order and elements.
+template <class T>
+Status SquareToComplex(ArrayHandle ah, ArrayHandle outh, int32_t* n, const T** a, ComplexOf<T>** out) {
+  const auto m = ReadMatrix<T>(ah);
+  *n = m.rows;
+  if (*n < 1) return StatusEmptyInput;
+  if (m.cols != *n) return StatusNotSquare;
+  if (Status s = ResizeWiderMatrix<ComplexOf<T>, T>(outh, *n, *n, out); s != StatusOk) return s;
+  *a = ReadMatrix<T>(ah).data;
+  return StatusOk;
+}
+
 }  // namespace matfun
 
 // X = the principal square root of A, always complex (real A is copied into X with zero
@@ -89,15 +103,11 @@ Status SqrtCompute(C* x, int32_t n, ArrayHandle realWork, ArrayHandle complexWor
 template <class T>
 Status MtrxSqrtH(ArrayHandle ah, ArrayHandle xh, ArrayHandle realWork, ArrayHandle complexWork, ArrayHandle balanceWork,
                  ArrayHandle schurWork1, ArrayHandle schurWork2) {
-  using C = ComplexOf<T>;
   (void)balanceWork;
-  const auto a0 = ReadMatrix<T>(ah);
-  const int32_t n = a0.rows;
-  if (n < 1) return StatusEmptyInput;
-  if (a0.cols != n) return StatusNotSquare;
-  C* x;
-  if (Status s = ResizeWiderMatrix<C, T>(xh, n, n, &x); s != StatusOk) return s;
-  const T* a = ReadMatrix<T>(ah).data;
+  int32_t n;
+  const T* a;
+  ComplexOf<T>* x;
+  if (Status s = matfun::SquareToComplex(ah, xh, &n, &a, &x); s != StatusOk) return s;
   std::copy(a, a + int64_t{n} * n, x);
   return matfun::SqrtCompute(x, n, realWork, complexWork, schurWork1, schurWork2);
 }
