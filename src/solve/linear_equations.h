@@ -3,6 +3,8 @@
 #pragma once
 
 #include <algorithm>
+#include <cmath>
+#include <complex>
 #include <cstdint>
 
 #include "factor/column_major.h"
@@ -43,7 +45,10 @@ lapack_int FactorAndSolve(bool asStored, int32_t n, int32_t k, T* lu, int32_t* i
 template <class T>
 bool Overflowed(lapack_int info, const T* lu, int32_t n, const T* rhs, int64_t nk) {
   bool pivotsFinite = true;
-  for (int64_t i = 0; i < n; ++i) pivotsFinite &= AllFinite(lu + i * (n + 1), 1);
+  for (int64_t i = 0; i < n; ++i) {
+    const T pivot = lu[i * (n + 1)];
+    pivotsFinite &= std::isfinite(std::real(pivot)) & std::isfinite(std::imag(pivot));
+  }
   return !pivotsFinite || (info == 0 && !AllFinite(rhs, nk));
 }
 
