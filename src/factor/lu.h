@@ -20,18 +20,26 @@ template <class T>
 void AssembleLU(const T* f, int32_t m, int32_t n, const int32_t* piv, T* l, T* u, int32_t* p,
                 int32_t* w) {
   const int32_t k = std::min(m, n);
-  // One of L and U has A's shape (L when m >= n, U when m <= n): the whole factor is
-  // transposed into it with the blocked copy, then each row is split along the diagonal
-  // with contiguous copies and fills.
+  // One of L and U has A's shape (L when m >= n, U when m <= n). For L, a band of rows
+  // at a time: the factor's columns left of the band's diagonal block go to L, those
+  // right of it to U (both with the blocked copy), the diagonal block to L, and its rows
+  // are split there while the band is in cache.
   if (m >= n) {
-    TransposeCopy<T>(n, m, f, m, l, n);
-    for (int32_t i = 0; i < k; ++i) {
-      T* lrow = l + int64_t{i} * n;
-      T* urow = u + int64_t{i} * n;
-      std::fill(urow, urow + i, T(0));
-      std::copy(lrow + i, lrow + n, urow + i);
-      lrow[i] = T(1);
-      std::fill(lrow + i + 1, lrow + n, T(0));
+    constexpr int32_t kBand = 64;
+    for (int32_t i0 = 0; i0 < m; i0 += kBand) {
+      const int32_t i1 = std::min(m, i0 + kBand), h = i1 - i0;
+      const int32_t j1 = std::min(n, i1);  // the band's diagonal block is columns i0..j1
+      T* lband = l + int64_t{i0} * n;
+      TransposeCopy<T>(std::min(n, j1), h, f + i0, m, lband, n);
+      if (j1 < n) TransposeCopy<T>(n - j1, h, f + int64_t{j1} * m + i0, m, u + int64_t{i0} * n + j1, n);
+      for (int32_t i = i0; i < std::min(i1, k); ++i) {
+        T* lrow = l + int64_t{i} * n;
+        T* urow = u + int64_t{i} * n;
+        std::fill(urow, urow + i, T(0));
+        std::copy(lrow + i, lrow + j1, urow + i);
+        lrow[i] = T(1);
+        std::fill(lrow + i + 1, lrow + n, T(0));
+      }
     }
   } else {
     TransposeCopy<T>(n, m, f, m, u, n);
