@@ -81,21 +81,26 @@ void BlockedTranspose(int64_t rows, int64_t cols, const T* src, int64_t lds, T* 
 #ifdef QL_HAVE_X86_TRANSPOSE
   if constexpr (sizeof(T) == 8) {
     if (x86::HasAvx2()) {
-      // When every destination row starts at the same place within a cache line, the
-      // first few source rows go first, so that the tiles write whole lines.
-      const auto addr = reinterpret_cast<uintptr_t>(dst);
-      if (ldd % 8 == 0 && addr % 8 == 0) {
-        const int64_t lead = std::min<int64_t>(rows, (64 - addr % 64) % 64 / 8);
-        PortableTranspose<Conjugate>(lead, cols, src, lds, dst, ldd);
-        rows -= lead;
-        src += lead * lds;
-        dst += lead;
+      const x86::Mode mode = x86::ModeFor(rows, cols);
+      int64_t step = 8;
+      if (mode != x86::Mode::kDirect) {
+        // Tiles write whole destination lines when every destination row starts at the
+        // same place within a line and the first few source rows go first.
+        const auto addr = reinterpret_cast<uintptr_t>(dst);
+        if (ldd % 8 == 0 && addr % 8 == 0) {
+          const int64_t lead = std::min<int64_t>(rows, (64 - addr % 64) % 64 / 8);
+          PortableTranspose<Conjugate>(lead, cols, src, lds, dst, ldd);
+          rows -= lead;
+          src += lead * lds;
+          dst += lead;
+        }
+        step = x86::kTile8;
       }
-      // The full 64 x 64 tiles with AVX2, the strips to the right and below portably.
-      const int64_t r64 = rows - rows % x86::kTile8, c64 = cols - cols % x86::kTile8;
-      x86::TransposeFullTiles8<Conjugate && Elem<T>::kComplex>(r64, c64, src, lds, dst, ldd);
-      PortableTranspose<Conjugate>(r64, cols - c64, src + c64, lds, dst + c64 * ldd, ldd);
-      PortableTranspose<Conjugate>(rows - r64, cols, src + r64 * lds, lds, dst + r64, ldd);
+      // The blocks with AVX2, the strips to the right and below portably.
+      const int64_t rb = rows - rows % step, cb = cols - cols % step;
+      x86::TransposeBlocks8<Conjugate && Elem<T>::kComplex>(mode, rb, cb, src, lds, dst, ldd);
+      PortableTranspose<Conjugate>(rb, cols - cb, src + cb, lds, dst + cb * ldd, ldd);
+      PortableTranspose<Conjugate>(rows - rb, cols, src + rb * lds, lds, dst + rb, ldd);
       return;
     }
   }

@@ -3,6 +3,7 @@
 // functions carry their own target attribute and run only when the processor has AVX2.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
@@ -44,6 +45,49 @@ QL_AVX2 inline void Block4(const double* s, int64_t lds, double* d, int64_t ldd)
   _mm256_store_pd(d + ldd, _mm256_permute2f128_pd(t1, t3, 0x20));
   _mm256_store_pd(d + 2 * ldd, _mm256_permute2f128_pd(t0, t2, 0x31));
   _mm256_store_pd(d + 3 * ldd, _mm256_permute2f128_pd(t1, t3, 0x31));
+}
+
+// Two elements of a row in the low half, the two below them `gap` further on in the high.
+QL_AVX2 inline __m256d RowPair(const double* p, int64_t gap) {
+  return _mm256_insertf128_pd(_mm256_castpd128_pd256(_mm_loadu_pd(p)), _mm_loadu_pd(p + gap), 1);
+}
+
+// An 8 x 8 block straight from the source to the destination, as four 4 x 4 blocks: each
+// destination row gets one whole 64-byte run.
+template <bool Negate>
+QL_AVX2 inline void Block8(const double* s, int64_t lds, double* d, int64_t ldd) {
+  for (int64_t bi = 0; bi < 8; bi += 4) {
+    for (int64_t bj = 0; bj < 8; bj += 4) {
+      // Rows 0 and 2 (1 and 3) share a register, one 128-bit half each, put there by
+      // the loads: the only lane shuffles left are the four unpacks.
+      const double* p = s + bi * lds + bj;
+      const __m256d a0 = RowPair(p, 2 * lds), a1 = RowPair(p + lds, 2 * lds);
+      const __m256d b0 = RowPair(p + 2, 2 * lds), b1 = RowPair(p + lds + 2, 2 * lds);
+      __m256d o[4] = {_mm256_unpacklo_pd(a0, a1), _mm256_unpackhi_pd(a0, a1), _mm256_unpacklo_pd(b0, b1),
+                      _mm256_unpackhi_pd(b0, b1)};
+      double* q = d + bj * ldd + bi;
+      for (int r = 0; r < 4; ++r) {
+        if constexpr (Negate) o[r] = NegateImag(o[r]);
+        _mm256_storeu_pd(q + r * ldd, o[r]);
+      }
+    }
+  }
+}
+
+// rows and cols multiples of 8: tiles of at most 64 x 64, each written straight from the
+// source in 8 x 8 blocks, so that source and destination tiles stay in the cache
+// together with no buffer in between.
+template <bool Negate>
+QL_AVX2 void DirectTiles(int64_t rows, int64_t cols, const double* src, int64_t lds, double* dst, int64_t ldd) {
+  for (int64_t i0 = 0; i0 < rows; i0 += kTile8) {
+    const int64_t i1 = std::min(rows, i0 + kTile8);
+    for (int64_t j0 = 0; j0 < cols; j0 += kTile8) {
+      const int64_t j1 = std::min(cols, j0 + kTile8);
+      for (int64_t j = j0; j < j1; j += 8) {
+        for (int64_t i = i0; i < i1; i += 8) Block8<Negate>(src + i * lds + j, lds, dst + j * ldd + i, ldd);
+      }
+    }
+  }
 }
 
 // One buffered row of a tile out to the destination, negating imaginary parts if asked.
@@ -103,15 +147,29 @@ QL_AVX2 void FullTiles(int64_t rows, int64_t cols, const double* src, int64_t ld
   if constexpr (Stream) _mm_sfence();
 }
 
-// The full tiles of a transpose of 8-byte elements given as raw memory.
+// How a transpose of 8-byte elements runs: small ones (source and destination within the
+// second-level cache) in 8 x 8 blocks straight to the destination; larger ones in 64 x 64
+// tiles through a buffer, writing whole destination lines; the largest as those, with
+// streaming stores.
+enum class Mode { kDirect, kBuffered, kStreamed };
+constexpr int64_t kDirectBytes = int64_t{256} << 10;
+
+inline Mode ModeFor(int64_t rows, int64_t cols) {
+  const int64_t bytes = rows * cols * 8;
+  return bytes <= kDirectBytes ? Mode::kDirect : bytes >= kStreamBytes ? Mode::kStreamed : Mode::kBuffered;
+}
+
+// The blocks of a transpose given as raw memory: rows and cols multiples of 8 (kDirect)
+// or of kTile8.
 template <bool Negate>
-inline void TransposeFullTiles8(int64_t rows, int64_t cols, const void* src, int64_t lds, void* dst, int64_t ldd) {
+inline void TransposeBlocks8(Mode mode, int64_t rows, int64_t cols, const void* src, int64_t lds, void* dst,
+                             int64_t ldd) {
   const auto* s = static_cast<const double*>(src);
   auto* d = static_cast<double*>(dst);
-  if (rows * cols * 8 >= kStreamBytes) {
-    FullTiles<Negate, true>(rows, cols, s, lds, d, ldd);
-  } else {
-    FullTiles<Negate, false>(rows, cols, s, lds, d, ldd);
+  switch (mode) {
+    case Mode::kDirect: DirectTiles<Negate>(rows, cols, s, lds, d, ldd); break;
+    case Mode::kBuffered: FullTiles<Negate, false>(rows, cols, s, lds, d, ldd); break;
+    case Mode::kStreamed: FullTiles<Negate, true>(rows, cols, s, lds, d, ldd); break;
   }
 }
 
