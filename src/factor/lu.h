@@ -29,8 +29,7 @@ void AssembleLU(const T* f, int32_t m, int32_t n, const int32_t* piv, T* l, T* u
     for (int32_t i0 = 0; i0 < m; i0 += kBand) {
       const int32_t i1 = std::min(m, i0 + kBand), h = i1 - i0;
       const int32_t j1 = std::min(n, i1);  // the band's diagonal block is columns i0..j1
-      T* lband = l + int64_t{i0} * n;
-      TransposeCopy<T>(std::min(n, j1), h, f + i0, m, lband, n);
+      TransposeCopy<T>(j1, h, f + i0, m, l + int64_t{i0} * n, n);
       if (j1 < n) TransposeCopy<T>(n - j1, h, f + int64_t{j1} * m + i0, m, u + int64_t{i0} * n + j1, n);
       for (int32_t i = i0; i < std::min(i1, k); ++i) {
         T* lrow = l + int64_t{i} * n;
