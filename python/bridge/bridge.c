@@ -328,6 +328,13 @@ static int int_value(PyObject* v, uint32_t* out) {
   return 0;
 }
 
+/* A native C-ordered array of the argument's element type and rank: its elements can be
+ * read as a host block's. */
+static int plain_of_kind(PyArrayObject* arr, const QbKind* kd) {
+  return PyArray_NDIM(arr) == kd->rank && PyArray_TYPE(arr) == kNpyType[code_index(kd->code)] &&
+         PyArray_ISNOTSWAPPED(arr) && PyArray_IS_C_CONTIGUOUS(arr);
+}
+
 /* An output of an earlier call that still is the whole host block it came back in (a
  * plain native array of the block's type, rank and sizes at the block's first element):
  * that block's handle, which a read-only input can take as it is. Null otherwise. */
@@ -337,9 +344,8 @@ static ArrayHandle own_block(PyObject* v, const QbKind* kd) {
   PyObject* base = PyArray_BASE(arr);
   if (!base || Py_TYPE(base) != &HostBlockType) return NULL;
   const HostBlock* b = (const HostBlock*)base;
-  if (!b->h || !*b->h || b->code != kd->code || b->rank != kd->rank || PyArray_NDIM(arr) != kd->rank) return NULL;
-  if (PyArray_TYPE(arr) != kNpyType[code_index(kd->code)] || !PyArray_ISNOTSWAPPED(arr) ||
-      !PyArray_IS_C_CONTIGUOUS(arr) || PyArray_DATA(arr) != (char*)*b->h + elem_offset(kd->code, kd->rank))
+  if (!b->h || !*b->h || b->code != kd->code || b->rank != kd->rank || !plain_of_kind(arr, kd) ||
+      PyArray_DATA(arr) != (char*)*b->h + elem_offset(kd->code, kd->rank))
     return NULL;
   const int32_t* s = sizes_of(b->h);
   if (PyArray_DIM(arr, 0) != s[0] || (kd->rank == 2 && PyArray_DIM(arr, 1) != s[1])) return NULL;
@@ -475,9 +481,7 @@ static void sizes_slot(const QbKind* kd, const npy_intp* dims, int32_t out[2]) {
 static ArrayHandle lend_block(PyObject* v, const QbKind* kd, void** master) {
   if (!layout_capsule || !PyArray_Check(v)) return NULL;
   PyArrayObject* arr = (PyArrayObject*)v;
-  if (PyArray_NDIM(arr) != kd->rank || PyArray_TYPE(arr) != kNpyType[code_index(kd->code)] ||
-      !PyArray_ISNOTSWAPPED(arr) || !PyArray_IS_C_CONTIGUOUS(arr) || PyArray_SIZE(arr) == 0)
-    return NULL;
+  if (!plain_of_kind(arr, kd) || PyArray_SIZE(arr) == 0) return NULL;
   PyArrayObject* owner = arr;
   while (!PyArray_CHKFLAGS(owner, NPY_ARRAY_OWNDATA)) {
     PyObject* base = PyArray_BASE(owner);
@@ -562,8 +566,7 @@ static int input_handle(Cache* c, PyObject* v, const QbKind* kd, const Export* e
     char* data = (char*)*h + elem_offset(kd->code, rank);
     const size_t nbytes = (size_t)count * kElemSize[k];
     *bytes_in += (Py_ssize_t)nbytes;
-    if (PyArray_TYPE(arr) == kNpyType[k] && PyArray_IS_C_CONTIGUOUS(arr) && PyArray_ISALIGNED(arr) &&
-        PyArray_ISNOTSWAPPED(arr)) {
+    if (plain_of_kind(arr, kd) && PyArray_ISALIGNED(arr)) {
       memcpy(data, PyArray_DATA(arr), nbytes);
     } else {
       PyObject* view = PyArray_New(&PyArray_Type, rank, (npy_intp*)dims, kNpyType[k], NULL, data, 0,

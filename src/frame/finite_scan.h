@@ -67,11 +67,6 @@ bool MagnitudesBelow(const R* __restrict src, int64_t m, R* __restrict dst, Bits
   return (all & ~magnitude) == 0;
 }
 
-template <class T>
-constexpr int64_t RealsPer() {
-  return IsComplex<T>::value ? 2 : 1;
-}
-
 }  // namespace scan
 
 // The inputs of the solvers and factorizations must hold neither NaN nor infinities nor
@@ -80,7 +75,7 @@ constexpr int64_t RealsPer() {
 template <class T>
 bool AllAccepted(const T* p, int64_t count) {
   using R = RealOf<T>;
-  return scan::MagnitudesBelow<false, R>(reinterpret_cast<const R*>(p), count * scan::RealsPer<T>(), nullptr,
+  return scan::MagnitudesBelow<false, R>(reinterpret_cast<const R*>(p), count * RealsPer<T>(), nullptr,
                                       scan::Bits(Elem<R>::Largest()));
 }
 
@@ -88,7 +83,7 @@ bool AllAccepted(const T* p, int64_t count) {
 template <class T>
 bool CopyAccepted(const T* src, int64_t count, T* dst) {
   using R = RealOf<T>;
-  return scan::MagnitudesBelow<true, R>(reinterpret_cast<const R*>(src), count * scan::RealsPer<T>(),
+  return scan::MagnitudesBelow<true, R>(reinterpret_cast<const R*>(src), count * RealsPer<T>(),
                                      reinterpret_cast<R*>(dst), scan::Bits(Elem<R>::Largest()));
 }
 
@@ -96,7 +91,7 @@ bool CopyAccepted(const T* src, int64_t count, T* dst) {
 template <class T>
 bool AllFinite(const T* p, int64_t count) {
   using R = RealOf<T>;
-  return scan::MagnitudesBelow<false, R>(reinterpret_cast<const R*>(p), count * scan::RealsPer<T>(), nullptr,
+  return scan::MagnitudesBelow<false, R>(reinterpret_cast<const R*>(p), count * RealsPer<T>(), nullptr,
                                       scan::Bits(std::numeric_limits<R>::infinity()));
 }
 

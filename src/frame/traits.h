@@ -27,6 +27,12 @@ struct RealOfT<std::complex<R>> {
 template <class T>
 using RealOf = typename RealOfT<T>::type;
 
+// Reals per element: a complex element is its (re, im) pair.
+template <class T>
+constexpr int64_t RealsPer() {
+  return IsComplex<T>::value ? 2 : 1;
+}
+
 template <class T>
 struct ComplexOfT {
   using type = std::complex<T>;

@@ -134,9 +134,4 @@ template <class T>
 inline RealOf<T>* Reals(T* p) {
   return reinterpret_cast<RealOf<T>*>(p);
 }
-template <class T>
-constexpr int64_t RealsPer() {
-  return IsComplex<T>::value ? 2 : 1;
-}
-
 }  // namespace ql::matfun

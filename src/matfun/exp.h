@@ -92,7 +92,7 @@ Status MtrxExpH(ArrayHandle ah, ArrayHandle wh, ArrayHandle sh, ArrayHandle th, 
   R norm = matfun::InfinityNorm(a, n);
   int squarings = 0;
   R* ra = matfun::Reals(a);
-  const int64_t reals = matfun::RealsPer<T>() * nn;
+  const int64_t reals = RealsPer<T>() * nn;
   if (std::isinf(norm)) {
     squarings = std::numeric_limits<R>::max_exponent;
     kernel::scal(static_cast<blasint>(reals), std::ldexp(R(1), -squarings), ra, 1);

@@ -153,13 +153,7 @@ Status LogCompute(C* x, int32_t n, ArrayHandle realWork, ArrayHandle complexWork
   C* p = values + n;
   C* l = p + nn;
   C* diag = l + nn;
-  // The Schur worker's scan comes first: the balancing routine takes a NaN for an
-  // illegal argument.
-  if (!AllAccepted(x, nn)) return StatusNotFinite;
-  if (Status s = Balance(x, n, scale); s != StatusOk) return s;
-  if (Status s = SchurCompute<C>(x, n, QuarzSchurOrderingNone, q, values, schurWork, schurIwork); s != StatusOk) {
-    return s;
-  }
+  if (Status s = BalancedSchur(x, n, scale, q, values, schurWork, schurIwork); s != StatusOk) return s;
   for (int64_t i = 0; i < n; ++i) {
     if (x[i * n + i] == C(0)) return StatusSingular;
   }

@@ -41,6 +41,19 @@ void TriangularSqrt(T* t, int32_t n) {
   }
 }
 
+// The start the square root and the logarithm share: the complex row-major n x n block x
+// is scanned (the balancing routine takes a NaN for an illegal argument, and its scaling
+// could hide the largest finite value), balanced with its factors going to scale, and
+// reduced to its Schur form in place, with the Schur vectors in z and the eigenvalues in
+// values.
+template <class C>
+Status BalancedSchur(C* x, int32_t n, RealOf<C>* scale, C* z, C* values, ArrayHandle schurWork,
+                     ArrayHandle schurIwork) {
+  if (!AllAccepted(x, int64_t{n} * n)) return StatusNotFinite;
+  if (Status s = Balance(x, n, scale); s != StatusOk) return s;
+  return SchurCompute<C>(x, n, QuarzSchurOrderingNone, z, values, schurWork, schurIwork);
+}
+
 // The square root worker on the complex row-major n x n block x, in place. The complex
 // scratch holds the Schur vectors Z, the eigenvalues and a product buffer; the real
 // scratch the balancing factors; the Schur worker has its own handles.
@@ -61,13 +74,7 @@ Status SqrtCompute(C* x, int32_t n, ArrayHandle realWork, ArrayHandle complexWor
   C* z = scratch;
   C* values = scratch + nn;
   C* product = values + n;
-  // The Schur worker's own scan, before the balancing: that routine takes a NaN for an
-  // illegal argument, and its scaling could hide the largest finite value.
-  if (!AllAccepted(x, nn)) return StatusNotFinite;
-  if (Status s = Balance(x, n, scale); s != StatusOk) return s;
-  if (Status s = SchurCompute<C>(x, n, QuarzSchurOrderingNone, z, values, schurWork, schurIwork); s != StatusOk) {
-    return s;
-  }
+  if (Status s = BalancedSchur(x, n, scale, z, values, schurWork, schurIwork); s != StatusOk) return s;
   const auto small = std::count_if(values, values + n, [](const C& v) { return SquaredModulus(v) < kCloseness; });
   TriangularSqrt(x, n);
   // Z·U·Zᴴ: the triangular product reads only U's upper triangle.
