@@ -11,13 +11,13 @@
 
 namespace ql {
 
-// Splits the kernel's packed column-major factor F (leading dimension m, pivots already
+// Splits the kernel's packed column-major factor F (leading dimension ldf, pivots already
 // 0-based) into unit lower trapezoidal L (m x k), upper trapezoidal U (k x n) and the
 // 0/1 permutation P (m x m) with P[i][r] = 1 when row i of P·A is row r of A. w is an
 // int32 scratch of m entries that tracks which original row sits at each position while
 // the interchanges are replayed in order.
 template <class T>
-void AssembleLU(const T* f, int32_t m, int32_t n, const int32_t* piv, T* l, T* u, int32_t* p,
+void AssembleLU(const T* f, int64_t ldf, int32_t m, int32_t n, const int32_t* piv, T* l, T* u, int32_t* p,
                 int32_t* w) {
   const int32_t k = std::min(m, n);
   // One of L and U has A's shape (L when m >= n, U when m <= n). For L, a band of rows
@@ -29,8 +29,8 @@ void AssembleLU(const T* f, int32_t m, int32_t n, const int32_t* piv, T* l, T* u
     for (int32_t i0 = 0; i0 < m; i0 += kBand) {
       const int32_t i1 = std::min(m, i0 + kBand), h = i1 - i0;
       const int32_t j1 = std::min(n, i1);  // the band's diagonal block is columns i0..j1
-      TransposeCopy<T>(j1, h, f + i0, m, l + int64_t{i0} * n, n);
-      if (j1 < n) TransposeCopy<T>(n - j1, h, f + int64_t{j1} * m + i0, m, u + int64_t{i0} * n + j1, n);
+      TransposeCopy<T>(j1, h, f + i0, ldf, l + int64_t{i0} * n, n);
+      if (j1 < n) TransposeCopy<T>(n - j1, h, f + j1 * ldf + i0, ldf, u + int64_t{i0} * n + j1, n);
       for (int32_t i = i0; i < std::min(i1, k); ++i) {
         T* lrow = l + int64_t{i} * n;
         T* urow = u + int64_t{i} * n;
@@ -41,7 +41,7 @@ void AssembleLU(const T* f, int32_t m, int32_t n, const int32_t* piv, T* l, T* u
       }
     }
   } else {
-    TransposeCopy<T>(n, m, f, m, u, n);
+    TransposeCopy<T>(n, m, f, ldf, u, n);
     for (int32_t i = 0; i < m; ++i) {
       T* lrow = l + int64_t{i} * k;
       T* urow = u + int64_t{i} * n;
@@ -71,15 +71,18 @@ Status LUFactorize(const T* a, int32_t m, int32_t n, T* l, T* u, int32_t* p, int
   // The factor starts on a cache line where the element alignment allows it (the host
   // block's elements start 4 or 8 bytes into it): the blocked transpose into it then
   // writes whole lines from its first row on. The work handle holds the few elements
-  // that may take.
+  // that may take. A column stride that is a multiple of 1 KB would put the columns that
+  // the transposes and getrf touch together into a few first-level cache sets, so such a
+  // stride gets one more cache line; getrf's result does not depend on its stride.
   constexpr int64_t kLineElements = 64 / sizeof(T);
+  const int64_t ldf = m + (int64_t{m} * int64_t{sizeof(T)} % 1024 == 0 ? kLineElements : 0);
   T* w0;
-  // m * n may exceed the host's int32 element count: ResizeVector refuses it unasked.
-  if (Status s = ResizeVector<T>(work, int64_t{m} * n + kLineElements - 1, &w0); s != StatusOk) return s;
+  // The factor may exceed the host's int32 element count: ResizeVector refuses it unasked.
+  if (Status s = ResizeVector<T>(work, ldf * n + kLineElements - 1, &w0); s != StatusOk) return s;
   const auto address = reinterpret_cast<uintptr_t>(w0);
   T* f = w0 + (address % sizeof(T) == 0 ? (64 - address % 64) % 64 / sizeof(T) : 0);
-  ToColumnMajor(a, m, n, f);
-  const lapack_int info = kernel::getrf(m, n, f, m, piv);
+  TransposeCopy<T>(m, n, a, n, f, ldf);
+  const lapack_int info = kernel::getrf(m, n, f, static_cast<lapack_int>(ldf), piv);
   if (info < 0) return StatusKernelError;
   const Status result = info > 0 ? Status{WarnSingular} : Status{StatusOk};
   const int32_t k = std::min(m, n);
@@ -87,7 +90,7 @@ Status LUFactorize(const T* a, int32_t m, int32_t n, T* l, T* u, int32_t* p, int
   for (int32_t i = k; i < m; ++i) piv[i] = i;
   int32_t* w;
   if (Status s = ResizeVector<int32_t>(iwork, m, &w); s != StatusOk) return s;
-  AssembleLU(f, m, n, piv, l, u, p, w);
+  AssembleLU(f, ldf, m, n, piv, l, u, p, w);
   return result;
 }
 
