@@ -17,6 +17,7 @@
 #include <limits>
 
 #include "frame/array.h"
+#include "frame/finite_scan.h"
 #include "frame/workspace.h"
 #include "kernel/lapack_eigen.h"
 #include "kernel/workspace_query.h"
@@ -46,13 +47,7 @@ constexpr double LowerBound<double>() {
 template <class T>
 bool Admitted(const T* a, int64_t count) {
   using R = RealOf<T>;
-  constexpr R hi = Elem<R>::Largest(), lo = LowerBound<R>();
-  const R* p = reinterpret_cast<const R*>(a);
-  const int64_t reals = count * (IsComplex<T>::value ? 2 : 1);
-  bool ok = true;
-  // No early exit: the branch-free loop vectorizes and rejection is the rare case.
-  for (int64_t i = 0; i < reals; ++i) ok &= (p[i] < hi) & (p[i] > lo);
-  return ok;
+  return scan::PartsWithin<false>(a, count, static_cast<T*>(nullptr), -LowerBound<R>(), Elem<R>::Largest());
 }
 
 // Order check shared by the single-matrix fronts: empty, square, option.
