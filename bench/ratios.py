@@ -23,7 +23,7 @@ def main():
     ap.add_argument("--repetitions", type=int, default=7)
     args = ap.parse_args()
     names = sorted(set(PAIRS) | set(PAIRS.values()))
-    pattern = "^(" + "|".join(n for n in names) + ")/"
+    pattern = "^(" + "|".join(names) + ")/"
     out = subprocess.run([args.bench, "--benchmark_filter=" + pattern, "--benchmark_format=json",
                           f"--benchmark_repetitions={args.repetitions}", "--benchmark_enable_random_interleaving=true",
                           "--benchmark_report_aggregates_only=true"], check=True, capture_output=True, text=True).stdout
