@@ -33,7 +33,7 @@ def main():
             continue
         stats.setdefault(b["run_name"], {})[b["aggregate_name"]] = b["real_time"]
     # best: the min of the repetitions where the benchmark reports it, else the median
-    print(f"{'export':34} {'median ratio':>12} {'best ratio':>10}")
+    print(f"{'export':48} {'median ratio':>12} {'best ratio':>10}")
     for run, s in sorted(stats.items()):
         name, _, size = run.partition("/")
         if name not in PAIRS:
@@ -42,7 +42,7 @@ def main():
         if not d:
             continue
         best = s.get("best", s["median"]) / d.get("best", d["median"])
-        print(f"{run:34} {s['median'] / d['median']:12.3f} {best:10.3f}")
+        print(f"{run:48} {s['median'] / d['median']:12.3f} {best:10.3f}")
 
 
 if __name__ == "__main__":

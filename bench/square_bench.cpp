@@ -7,10 +7,10 @@
 // handles start empty and are sized and emptied by every call, as a host would see it.
 #include <benchmark/benchmark.h>
 
-#include <algorithm>
 #include <cstring>
 #include <vector>
 
+#include "best.h"
 #include "kernel/lapack.h"
 #include "support/host_array.h"
 
@@ -88,14 +88,10 @@ void BM_dDeterminantH(benchmark::State& state) {
   }
 }
 
-// The best of the repetitions beside the median and mean: --benchmark_repetitions=N
-// reports both, so the ratios can be read either way.
-double Best(const std::vector<double>& v) { return *std::min_element(v.begin(), v.end()); }
-
-BENCHMARK(BM_dLinEqH)->Arg(4)->Arg(16)->Arg(256)->Arg(1024)->Unit(benchmark::kMicrosecond)->ComputeStatistics("best", Best);
-BENCHMARK(BM_direct_dgesv)->Arg(4)->Arg(16)->Arg(256)->Arg(1024)->Unit(benchmark::kMicrosecond)->ComputeStatistics("best", Best);
-BENCHMARK(BM_dLUH)->Arg(16)->Arg(256)->Arg(1024)->Unit(benchmark::kMicrosecond)->ComputeStatistics("best", Best);
-BENCHMARK(BM_direct_dgetrf)->Arg(16)->Arg(256)->Arg(1024)->Unit(benchmark::kMicrosecond)->ComputeStatistics("best", Best);
-BENCHMARK(BM_dDeterminantH)->Arg(16)->Arg(256)->Arg(1024)->Unit(benchmark::kMicrosecond)->ComputeStatistics("best", Best);
+BENCHMARK(BM_dLinEqH)->Arg(4)->Arg(16)->Arg(256)->Arg(1024)->Unit(benchmark::kMicrosecond)->ComputeStatistics("best", qb::Best);
+BENCHMARK(BM_direct_dgesv)->Arg(4)->Arg(16)->Arg(256)->Arg(1024)->Unit(benchmark::kMicrosecond)->ComputeStatistics("best", qb::Best);
+BENCHMARK(BM_dLUH)->Arg(16)->Arg(256)->Arg(1024)->Unit(benchmark::kMicrosecond)->ComputeStatistics("best", qb::Best);
+BENCHMARK(BM_direct_dgetrf)->Arg(16)->Arg(256)->Arg(1024)->Unit(benchmark::kMicrosecond)->ComputeStatistics("best", qb::Best);
+BENCHMARK(BM_dDeterminantH)->Arg(16)->Arg(256)->Arg(1024)->Unit(benchmark::kMicrosecond)->ComputeStatistics("best", qb::Best);
 
 }  // namespace
