@@ -79,9 +79,6 @@ Status SVDCompute(const T* a, int32_t m, int32_t n, T* u, RealOf<T>* s, T* v, ch
   return StatusOk;
 }
 
-// A valuesOnly flag that is non-zero asks for S alone (U and V become 0 x 0); otherwise
-// vectorSize picks the economy (U m x k, V n x k) or full (U m x m, V n x n) vectors.
-
 // The k = min(m, n) singular values alone, largest first, into the values handle sized
 // here to k (required: a null one is a missing handle), for the measures built on them.
 template <class T>
@@ -92,6 +89,8 @@ Status SingularValues(const T* a, int32_t m, int32_t n, ArrayHandle values, Arra
   return SVDCompute<T>(a, m, n, nullptr, *s, nullptr, 'N', work, iwork);
 }
 
+// A valuesOnly flag that is non-zero asks for S alone (U and V become 0 x 0); otherwise
+// vectorSize picks the economy (U m x k, V n x k) or full (U m x m, V n x n) vectors.
 template <class T>
 Status SVDH(ArrayHandle ah, int32_t valuesOnly, int32_t vectorSize, ArrayHandle uh, ArrayHandle sh,
             ArrayHandle vh, ArrayHandle work, ArrayHandle iwork) {
