@@ -9,6 +9,7 @@
 #include <cmath>
 #include <complex>
 #include <cstdint>
+#include <functional>
 #include <limits>
 
 #include "factor/column_major.h"
@@ -46,7 +47,8 @@ R Key(const std::complex<R>& alpha, const B& beta, int32_t ordering) {
 // results copied back. The work handle holds the two copies, the eigenvalue parts, the
 // vectors, the kernel's workspace (and, for complex data, its 8n reals), and for
 // reordering the block keys and the exchange routine's workspace; the int32 handle the
-// block sizes. Both are required; the int32 handle is sized only when reordering.
+// block sizes and the selection and workspace of the normalisation that follows the
+// exchanges (2n + 1). Both are required; the int32 handle is sized only when reordering.
 //
 // A pair with alpha = beta = 0 (a singular pencil) gives the warning WarnZeroPencil with
 // every output in place.
@@ -107,14 +109,67 @@ Status QZCompute(const T* a, const T* b, int32_t n, int32_t ordering, T* s, T* t
   schur::JoinParts(al, ai, n, alpha);
 
   if (reorder) {
+    // The int32 handle: the block sizes, the selection that asks the kernel only to
+    // normalise, and its one-element int32 workspace.
     int32_t* blockSizes;
-    if (Status st = ResizeVector<int32_t>(iwork, n, &blockSizes); st != StatusOk) return st;
+    if (Status st = ResizeVector<int32_t>(iwork, 2 * n + 1, &blockSizes); st != StatusOk) return st;
+    lapack_int* select = blockSizes + n;
+    std::fill(select, select + n, lapack_int{0});
+    select[0] = 1;
     R* keys = layout.Get(keyPiece);
     T* ew = layout.Get(exchangePiece);
+    // Block exchanges leave b(k, k) of any sign (or phase), and alpha, beta as the
+    // exchanges scaled them. Selecting only the leading block, which stands where it is,
+    // makes the kernel's reordering routine move nothing and only normalise: b(k, k) real
+    // and non-negative (a row of both matrices and the column of Q scaled by a unit
+    // factor) and alpha, beta read again from the diagonal blocks. The kernel leaves the
+    // rows of 2 x 2 blocks alone, and an exchange can leave one of them with a negative
+    // b(k, k) (a pair close to two real eigenvalues): for real data every row with a
+    // negative (or -0) b(k, k) is negated first, with its column of Q.
+    //
+    // An exact zero alpha or beta of a 1 x 1 block (an infinite or a 0/0 eigenvalue, as
+    // the decomposition found it; the lists move with the blocks) stays exact: an
+    // exchange leaves a rounding-level value there, which would turn an infinite
+    // eigenvalue into an arbitrary huge one of any sign. It is set to 0 again when it is
+    // within n eps of the pencil's largest element.
+    const auto normalize = [&] {
+      R* zeros = keys;  // free until the blocks are marked again
+      for (int32_t k = 0; k < n; ++k) zeros[k] = R((beta[k] == T(0) ? 1 : 0) + (alpha[k] == ComplexOf<T>(0) ? 2 : 0));
+      if constexpr (!kComplex) {
+        for (int32_t k = 0; k < n; ++k) {
+          if (!std::signbit(tc[int64_t{k} * n + k])) continue;
+          for (int32_t c = 0; c < n; ++c) {
+            sc[int64_t{c} * n + k] = -sc[int64_t{c} * n + k];
+            tc[int64_t{c} * n + k] = -tc[int64_t{c} * n + k];
+          }
+          if (vectors) std::transform(qc + int64_t{k} * n, qc + int64_t{k + 1} * n, qc + int64_t{k} * n, std::negate<T>());
+        }
+      }
+      lapack_int m;
+      const lapack_int r = kernel::tgsen(vectors, vectors, select, n, sc, n, tc, n, al, ai, beta, qc, n, zc, n, &m,
+                                         ew, static_cast<lapack_int>(exchangeWork), select + n, 1);
+      R largest = 0;
+      for (int64_t i = 0; i < nn; ++i) largest = std::max({largest, std::abs(sc[i]), std::abs(tc[i])});
+      const R negligible = R(n) * Elem<T>::Epsilon() * largest;
+      for (int32_t k = 0; k < n; ++k) {
+        const int64_t kk = int64_t{k} * n + k;
+        const bool single = kComplex || ((k == 0 || sc[kk - n] == T(0)) && (k + 1 == n || sc[kk + 1] == T(0)));
+        if (!single) continue;
+        if ((int(zeros[k]) & 1) && std::abs(tc[kk]) <= negligible) tc[kk] = beta[k] = T(0);
+        if ((int(zeros[k]) & 2) && std::abs(sc[kk]) <= negligible) {
+          sc[kk] = al[k] = T(0);
+          if constexpr (!kComplex) ai[k] = R(0);
+        }
+      }
+      schur::JoinParts(al, ai, n, alpha);
+      return r;
+    };
     const auto keyOf = [&](int32_t i) { return qz::Key(alpha[i], beta[i], ordering); };
-    // A 2 x 2 block that splits while it is moved keeps the pairs it had in the lists.
+    // A 2 x 2 block that splits while it is moved has two real eigenvalues now: they are
+    // read again before the blocks are marked.
     const auto remark = [&](int32_t* sz, R* ky) {
-      return schur::BlocksMatch(sc, n, sz) ? schur::CountBlocks(n, sz) : schur::MarkBlocks(sc, n, keyOf, sz, ky);
+      if (schur::BlocksMatch(sc, n, sz)) return schur::CountBlocks(n, sz);
+      return normalize() == 0 ? schur::MarkBlocks(sc, n, keyOf, sz, ky) : -1;
     };
     const Status st = schur::BubbleSort(
         schur::MarkBlocks(sc, n, keyOf, blockSizes, keys), ordering, blockSizes, keys,
@@ -130,6 +185,7 @@ Status QZCompute(const T* a, const T* b, int32_t n, int32_t ordering, T* s, T* t
         },
         remark);
     if (st != StatusOk) return st;
+    if (normalize() != 0) return StatusKernelError;
   }
 
   ToColumnMajor(sc, n, n, s);

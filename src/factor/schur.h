@@ -95,7 +95,7 @@ inline int32_t CountBlocks(int32_t n, const int32_t* sizes) {
 // exchange. The block sizes live in `sizes` (n entries). After each exchange `remark`
 // checks the block structure against the matrix and marks the blocks again when it
 // changed (a 2 x 2 block of a nearly real pair splitting into two 1 x 1 blocks); it
-// returns the block count.
+// returns the block count, or a negative number when the kernel failed.
 template <class R, class Exchange, class Remark>
 Status BubbleSort(int32_t count, int32_t ordering, int32_t* sizes, R* keys, Exchange&& exchange, Remark&& remark) {
   const bool increasing = Increasing(ordering);
@@ -112,6 +112,7 @@ Status BubbleSort(int32_t count, int32_t ordering, int32_t* sizes, R* keys, Exch
         std::swap(keys[b], keys[b + 1]);
         moved = true;
         const int32_t again = remark(sizes, keys);
+        if (again < 0) return StatusKernelError;
         if (again != count) {
           count = again;
           break;

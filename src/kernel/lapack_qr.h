@@ -1,5 +1,5 @@
 // Typed overloads of the LAPACK routines behind the QR, Schur and QZ decompositions:
-// gelqf, unglq / orglq, geqp3, ungqr / orgqr, gees, trexc, gges, tgexc. Same conventions
+// gelqf, unglq / orglq, geqp3, ungqr / orgqr, gees, trexc, gges, tgexc, tgsen. Same conventions
 // as kernel/lapack.h: the package's prototypes, lapack_int sizes, info returned, and one
 // call shape per routine across the four element types. The real orthogonal generators
 // go under the complex names (unglq, ungqr); where only the complex routine takes a real
@@ -76,5 +76,18 @@ inline lapack_int tgexc(bool wantq, bool wantz, lapack_int n, float* a, lapack_i
 inline lapack_int tgexc(bool wantq, bool wantz, lapack_int n, double* a, lapack_int lda, double* b, lapack_int ldb, double* q, lapack_int ldq, double* z, lapack_int ldz, lapack_int* ifst, lapack_int* ilst, double* work, lapack_int lwork) { lapack_int info; const lapack_logical wq = wantq, wz = wantz; LAPACK_dtgexc(&wq, &wz, &n, a, &lda, b, &ldb, q, &ldq, z, &ldz, ifst, ilst, work, &lwork, &info); return info; }
 inline lapack_int tgexc(bool wantq, bool wantz, lapack_int n, cf* a, lapack_int lda, cf* b, lapack_int ldb, cf* q, lapack_int ldq, cf* z, lapack_int ldz, lapack_int* ifst, lapack_int* ilst, cf*, lapack_int) { lapack_int info; const lapack_logical wq = wantq, wz = wantz; LAPACK_ctgexc(&wq, &wz, &n, a, &lda, b, &ldb, q, &ldq, z, &ldz, ifst, ilst, &info); return info; }
 inline lapack_int tgexc(bool wantq, bool wantz, lapack_int n, cd* a, lapack_int lda, cd* b, lapack_int ldb, cd* q, lapack_int ldq, cd* z, lapack_int ldz, lapack_int* ifst, lapack_int* ilst, cd*, lapack_int) { lapack_int info; const lapack_logical wq = wantq, wz = wantz; LAPACK_ztgexc(&wq, &wz, &n, a, &lda, b, &ldb, q, &ldq, z, &ldz, ifst, ilst, &info); return info; }
+
+// Reorders a generalized Schur form so that the selected eigenvalues lead (ijob 0: no
+// condition estimates, so pl, pr and dif are not referenced), then normalises it: for
+// real data every 1 x 1 block gets a non-negative b(k, k) (the row of a and b and the
+// column of q negated) and alpha, beta are read again from the diagonal blocks; for
+// complex data (when at least one and not every eigenvalue is selected) b(k, k) is made
+// real and non-negative by scaling the row of a and b and the column of q. Real
+// routines: lwork >= 4n + 16; complex: lwork >= 1; liwork >= 1. The complex routines
+// ignore alphai. m: the dimension of the selected subspace.
+inline lapack_int tgsen(bool wantq, bool wantz, const lapack_logical* select, lapack_int n, float* a, lapack_int lda, float* b, lapack_int ldb, float* alpha, float* alphai, float* beta, float* q, lapack_int ldq, float* z, lapack_int ldz, lapack_int* m, float* work, lapack_int lwork, lapack_int* iwork, lapack_int liwork) { lapack_int info; const lapack_int ijob = 0; const lapack_logical wq = wantq, wz = wantz; float pl, pr, dif[2]; LAPACK_stgsen(&ijob, &wq, &wz, select, &n, a, &lda, b, &ldb, alpha, alphai, beta, q, &ldq, z, &ldz, m, &pl, &pr, dif, work, &lwork, iwork, &liwork, &info); return info; }
+inline lapack_int tgsen(bool wantq, bool wantz, const lapack_logical* select, lapack_int n, double* a, lapack_int lda, double* b, lapack_int ldb, double* alpha, double* alphai, double* beta, double* q, lapack_int ldq, double* z, lapack_int ldz, lapack_int* m, double* work, lapack_int lwork, lapack_int* iwork, lapack_int liwork) { lapack_int info; const lapack_int ijob = 0; const lapack_logical wq = wantq, wz = wantz; double pl, pr, dif[2]; LAPACK_dtgsen(&ijob, &wq, &wz, select, &n, a, &lda, b, &ldb, alpha, alphai, beta, q, &ldq, z, &ldz, m, &pl, &pr, dif, work, &lwork, iwork, &liwork, &info); return info; }
+inline lapack_int tgsen(bool wantq, bool wantz, const lapack_logical* select, lapack_int n, cf* a, lapack_int lda, cf* b, lapack_int ldb, cf* alpha, float*, cf* beta, cf* q, lapack_int ldq, cf* z, lapack_int ldz, lapack_int* m, cf* work, lapack_int lwork, lapack_int* iwork, lapack_int liwork) { lapack_int info; const lapack_int ijob = 0; const lapack_logical wq = wantq, wz = wantz; float pl, pr, dif[2]; LAPACK_ctgsen(&ijob, &wq, &wz, select, &n, a, &lda, b, &ldb, alpha, beta, q, &ldq, z, &ldz, m, &pl, &pr, dif, work, &lwork, iwork, &liwork, &info); return info; }
+inline lapack_int tgsen(bool wantq, bool wantz, const lapack_logical* select, lapack_int n, cd* a, lapack_int lda, cd* b, lapack_int ldb, cd* alpha, double*, cd* beta, cd* q, lapack_int ldq, cd* z, lapack_int ldz, lapack_int* m, cd* work, lapack_int lwork, lapack_int* iwork, lapack_int liwork) { lapack_int info; const lapack_int ijob = 0; const lapack_logical wq = wantq, wz = wantz; double pl, pr, dif[2]; LAPACK_ztgsen(&ijob, &wq, &wz, select, &n, a, &lda, b, &ldb, alpha, beta, q, &ldq, z, &ldz, m, &pl, &pr, dif, work, &lwork, iwork, &liwork, &info); return info; }
 
 }  // namespace ql::kernel
