@@ -16,10 +16,11 @@
 namespace ql {
 
 // The tolerance below which a singular value counts as zero when the caller gives none:
-// max(m, n) · s1 · ε, multiplied in that order, s1 the largest singular value.
+// max(m, n) · s1 · ε, multiplied in that order, s1 the largest singular value, ε the
+// element type's epsilon unless the caller names another.
 template <class T>
-RealOf<T> DefaultTolerance(int32_t m, int32_t n, RealOf<T> s1) {
-  return static_cast<RealOf<T>>(std::max(m, n)) * s1 * Elem<T>::Epsilon();
+RealOf<T> DefaultTolerance(int32_t m, int32_t n, RealOf<T> s1, RealOf<T> epsilon = Elem<T>::Epsilon()) {
+  return static_cast<RealOf<T>>(std::max(m, n)) * s1 * epsilon;
 }
 
 // The worker behind SVDH. a is a row-major m x n block; jobz 'N' gives the k = min(m, n)

@@ -92,6 +92,9 @@ struct Elem<int32_t> {
 // Every 2-D block has an 8-byte header, whatever its element type.
 constexpr int32_t kOffset2D = 8;
 
+// The double precision epsilon, for the tolerances that use it in every element type.
+constexpr double kDoubleEpsilon = 2.220446049250313e-16;
+
 // The C type of an element in the public header (identical layout).
 template <class T>
 using CElem = typename Elem<T>::C;

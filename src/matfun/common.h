@@ -21,7 +21,7 @@ namespace ql::matfun {
 
 // The one epsilon of the closeness and zero tests of the triangular recurrences: the
 // double one for every element type.
-constexpr double kCloseness = 2.220446049250313e-16;
+constexpr double kCloseness = kDoubleEpsilon;
 
 template <class T>
 inline RealOf<T> SquaredModulus(const T& v) {

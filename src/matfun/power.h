@@ -44,8 +44,12 @@ Status MtrxPowH(ArrayHandle ah, int32_t p, ArrayHandle powerWork, ArrayHandle pi
     return StatusOk;
   }
   if (p == 1) return StatusOk;
+  // The base of negative powers cuts its singular values at n·s1 times the double
+  // epsilon in every element type, so single precision keeps values that its own
+  // epsilon would drop (diag(1, 1e-8)^-1 is diag(1, 1e8)).
   const auto pseudoInverse = [&](T* out) {
-    return PseudoInverseCompute<T>(a.data, n, n, RealOf<T>(-1), out, pinvValues, pinvVectors, svdWork, svdIwork);
+    return PseudoInverseCompute<T>(a.data, n, n, RealOf<T>(-1), out, pinvValues, pinvVectors, svdWork, svdIwork,
+                                   static_cast<RealOf<T>>(kDoubleEpsilon));
   };
   if (p == -1) return pseudoInverse(a.data);
 

@@ -74,14 +74,16 @@ Status InvMtrxH(ArrayHandle ah, int32_t matrixType, ArrayHandle valueScratch, Ar
 // The pseudo-inverse of the row-major m x n block a, written as the row-major n x m
 // block out (which may be a itself: a is read only before out is written). From the
 // thin SVD A = U·diag(s)·Vᴴ: A⁺ = V·diag(1/s)·Uᴴ over the singular values above the
-// tolerance; a negative tolerance means the default max(m, n)·s1·ε.
+// tolerance; a negative tolerance means the default max(m, n)·s1·ε, ε the element
+// type's epsilon unless `epsilon` names another.
 //
 // Scratch, in this order (the matrix power passes its own handles the same way):
 // values receives the k = min(m, n) singular values, vectors U (m x k) then V (n x k);
 // work and iwork are SVDCompute's.
 template <class T>
 Status PseudoInverseCompute(const T* a, int32_t m, int32_t n, RealOf<T> tolerance, T* out, ArrayHandle values,
-                            ArrayHandle vectors, ArrayHandle work, ArrayHandle iwork) {
+                            ArrayHandle vectors, ArrayHandle work, ArrayHandle iwork,
+                            RealOf<T> epsilon = Elem<T>::Epsilon()) {
   using R = RealOf<T>;
   if (m < 1 || n < 1) return StatusEmptyInput;
   const int32_t k = std::min(m, n);
@@ -92,7 +94,7 @@ Status PseudoInverseCompute(const T* a, int32_t m, int32_t n, RealOf<T> toleranc
   T* u = uv;
   T* v = uv + int64_t{m} * k;
   if (Status st = SVDCompute<T>(a, m, n, u, s, v, 'S', work, iwork); st != StatusOk) return st;
-  const R tol = tolerance < 0 ? DefaultTolerance<T>(m, n, s[0]) : tolerance;
+  const R tol = tolerance < 0 ? DefaultTolerance<T>(m, n, s[0], epsilon) : tolerance;
   // The values decrease: the first r count, and a NaN tolerance counts none.
   int32_t r = 0;
   while (r < k && s[r] > tol) ++r;
