@@ -56,8 +56,9 @@ assert "koblas_dgemm(ArrayHandle C, const double* alpha, ArrayHandle S," in flat
 assert "/* first line\n * second line\n */" in header and "QuarzSideRight = 142" in header, header
 
 calls = read(d, "export_table.inc")
-for desc in ['{"cRow", Role::Int, 0, 0, -1, 0, false, "0", false}', '{"side", Role::Int, 0, 0, 0, 0, false, nullptr, false}',
-             '{"check", Role::Int, 0, 0, -1, 0, false, "1", true}']:
+for desc in ['{"cRow", Role::Int, 0, 0, -1, 0, false, "0", false, false}',
+             '{"side", Role::Int, 0, 0, 0, 0, false, nullptr, false, false}',
+             '{"check", Role::Int, 0, 0, -1, 0, false, "1", true, false}']:
     assert desc in calls, (desc, calls)
 
 code = read(d, "exports_blas_gemm.cpp")
@@ -69,7 +70,8 @@ for role in ["ql::Inout<T, 2>{{C}}", "ql::Work<ql::RealOf<T>>{rwork}", "ql::Out1
 
 for bad, why in [("X sd status a:in3", "unknown kind"), ("X sd status a:int(Nope)", "unknown option"),
                  ("X sd status\nX d status", "duplicate"), ("X sq status", "bad letters"),
-                 ("X sd status a:out1?", "only a work handle")]:
+                 ("X sd status a:in1?", "only a work handle or an output"),
+                 ("X sd status a:out2sq", "only a matrix that is read")]:
     _, r = generate("@family f.h\n" + bad + "\n")
     assert r.returncode != 0 and why in r.stderr, (bad, r.stderr)
 print("1 passed, 0 failed")

@@ -19,7 +19,7 @@ LETTERS = {
 }
 INT32_CODE = 3
 
-HANDLE_RE = re.compile(r"^(in|out|inout|work|ignored)([12])([rci]?)(\??)$")
+HANDLE_RE = re.compile(r"^(in|out|inout|work|ignored)([12])([rci]?)(sq)?(\??)$")
 SCALAR_RE = re.compile(r"^(int|uint|real|elem|module|elem_in|real_in|elem_out|real_out)"
                        r"(?:\((\w+)\))?(?:=(-?\d+)(!?))?$|^int_out=(-?\d+)$")
 
@@ -43,12 +43,15 @@ class Arg:
         self.default = None
         self.pinned = False
         self.optional = False
+        self.square = False
         m = HANDLE_RE.match(kind)
         if m:
             self.role, self.rank, self.elem = m.group(1), int(m.group(2)), m.group(3)
-            self.optional = bool(m.group(4))
-            if self.optional and self.role != "work":
-                raise ListError(f"{where}: only a work handle can be optional")
+            self.square, self.optional = bool(m.group(4)), bool(m.group(5))
+            if self.optional and self.role not in ("work", "out"):
+                raise ListError(f"{where}: only a work handle or an output can be optional")
+            if self.square and (self.role not in ("in", "inout") or self.rank != 2):
+                raise ListError(f"{where}: only a matrix that is read can be marked square")
             return
         m = SCALAR_RE.match(kind)
         if not m:
@@ -183,12 +186,13 @@ def cpp_elem(arg):
 
 def role_object(arg):
     e = cpp_elem(arg)
+    square = ", true" if arg.square else ""
     if arg.role == "in":
-        return f"ql::In<{e}, {arg.rank}>{{{arg.name}}}"
+        return f"ql::In<{e}, {arg.rank}{square}>{{{arg.name}}}"
     if arg.role == "out":
-        return f"ql::Out{arg.rank}<{e}>{{{arg.name}}}"
+        return f"ql::Out{arg.rank}<{e}{', true' if arg.optional else ''}>{{{arg.name}}}"
     if arg.role == "inout":
-        return f"ql::Inout<{e}, {arg.rank}>{{{{{arg.name}}}}}"
+        return f"ql::Inout<{e}, {arg.rank}{square}>{{{{{arg.name}}}}}"
     if arg.role == "work":
         return f"ql::Work<{e}>{{{arg.name}}}"
     if arg.role == "elem_out":
@@ -313,7 +317,7 @@ def call_table(rows, options):
             default = f'"{a.default}"' if a.default is not None else "nullptr"
             descs.append(f'{{"{a.name}", {role}, {a.rank}, {type_code(a, e["letter"])}, {opt}, '
                          f'{a.fail if a.fail is not None else 0}, {str(a.optional).lower()}, {default}, '
-                         f'{str(a.pinned).lower()}}}')
+                         f'{str(a.pinned).lower()}, {str(a.square).lower()}}}')
             ct = c_type(a, e["letter"])
             if a.handle:
                 thunk.append(f"a[{i}].h")
@@ -353,6 +357,8 @@ def kind_table(rows, statuses, options):
                 d["fail"] = a.fail
             if a.optional:
                 d["optional"] = True
+            if a.square:
+                d["square"] = True
             if a.default is not None:
                 d["default"] = a.default
             if a.pinned:

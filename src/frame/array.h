@@ -54,11 +54,12 @@ inline bool HostCountFits(int64_t n) { return n >= 0 && n <= INT32_MAX; }
 
 // Sizes a 1-D output to n elements; no host call when it already has n. A null handle
 // cannot receive a block (the host would hand the new handle to our local copy), so it
-// is a missing required handle.
+// is a missing required handle, unless no element is asked for (the frame decides
+// whether that output may be missing).
 template <class T>
 Status ResizeVector(ArrayHandle h, int64_t n, T** data = nullptr) {
   if (data) *data = nullptr;
-  if (!h) return StatusKernelError;
+  if (!h) return n == 0 ? StatusOk : StatusKernelError;
   if (!HostCountFits(n)) return StatusOutOfMemory;
   if (!*h || SizesOf(h)[0] != n) {
     ArrayHandle local = h;
@@ -71,12 +72,12 @@ Status ResizeVector(ArrayHandle h, int64_t n, T** data = nullptr) {
 
 // Sizes a 2-D output to rows x cols. Refused before the host is asked when a size is
 // negative or ceil(log2 rows) + ceil(log2 cols) >= 31, so rows * cols always fits an
-// int32.
+// int32. A null handle as in ResizeVector.
 template <class T>
 Status ResizeMatrix(ArrayHandle h, int32_t rows, int32_t cols, T** data = nullptr) {
   if (data) *data = nullptr;
   if (rows < 0 || cols < 0 || CeilLog2(rows) + CeilLog2(cols) >= 31) return StatusOutOfMemory;
-  if (!h) return StatusKernelError;
+  if (!h) return rows == 0 || cols == 0 ? StatusOk : StatusKernelError;
   int32_t* s = SizesOf(h);
   if (!s || s[0] != rows || s[1] != cols) {
     ArrayHandle local = h;

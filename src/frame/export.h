@@ -31,14 +31,20 @@ namespace ql {
 // find handles passed twice, and checks what it can before the operation runs.
 
 // A 2-D array read by an operation: rows x cols beyond the host's int32 element count
-// cannot describe a real host block, so it is refused before anything reads it.
-inline Status ReadableSize(ArrayHandle h, int rank) {
+// cannot describe a real host block, so it is refused before anything reads it. A
+// matrix the operation needs square is refused by the operation's own check of its
+// shape, before it reads anything, when it is not square: that check comes first.
+inline Status ReadableSize(ArrayHandle h, int rank, bool square) {
   const int32_t* s = SizesOf(h);
-  if (rank != 2 || !s || s[0] < 1 || s[1] < 1) return StatusOk;
+  if (rank != 2 || !s || s[0] < 1 || s[1] < 1 || (square && s[0] != s[1])) return StatusOk;
   return HostCountFits(int64_t{s[0]} * s[1]) ? StatusOk : StatusOutOfMemory;
 }
 
-template <class T>
+// Outputs. An optional one (Optional true) may be null on the paths that leave it
+// empty; a required one that is null fails the call with StatusKernelError even when
+// the path would have left it empty (sizing a null handle to no elements succeeds, so
+// the frame settles that after the operation, keeping the operation's own check order).
+template <class T, bool Optional = false>
 struct Out1 {
   ArrayHandle h;
   ArrayHandle Written() const { return h; }
@@ -48,7 +54,7 @@ struct Out1 {
   }
 };
 
-template <class T>
+template <class T, bool Optional = false>
 struct Out2 {
   ArrayHandle h;
   ArrayHandle Written() const { return h; }
@@ -58,10 +64,11 @@ struct Out2 {
   }
 };
 
-// An array read and then overwritten in place.
-template <class T, int Rank>
+// An array read and then overwritten in place; Square: the operation rejects it unless
+// it is square, before reading it.
+template <class T, int Rank, bool Square = false>
 struct Inout : Out2<T> {
-  Status Check() const { return ReadableSize(this->h, Rank); }
+  Status Check() const { return ReadableSize(this->h, Rank, Square); }
   void Finish(Status s) const {
     if (s >= 0) return;
     if constexpr (Rank == 2) {
@@ -95,12 +102,12 @@ struct ScalarOut {
 // An input handle of rank 1 or 2. `h` is the export's own parameter, which the
 // operation reads through the frame's lambda; when that handle is also written, it is
 // pointed at a copy of the block (sizes and elements, as the sizes describe it; a
-// negative size counts as 0).
-template <class T, int Rank>
+// negative size counts as 0). Square as for Inout.
+template <class T, int Rank, bool Square = false>
 struct In {
   ArrayHandle& h;
   ArrayHandle Written() const { return nullptr; }
-  Status Check() const { return ReadableSize(h, Rank); }
+  Status Check() const { return ReadableSize(h, Rank, Square); }
   void Finish(Status) const {}
 
   void Snapshot(std::unique_ptr<std::max_align_t[]>& storage, void*& block) const {
@@ -119,8 +126,8 @@ struct In {
 
 template <class T>
 struct IsInRole : std::false_type {};
-template <class T, int Rank>
-struct IsInRole<In<T, Rank>> : std::true_type {};
+template <class T, int Rank, bool Square>
+struct IsInRole<In<T, Rank, Square>> : std::true_type {};
 
 namespace frame {
 
@@ -139,10 +146,24 @@ Status CheckSharing(const Roles&... roles) {
 // Roles whose handle is emptied as a 2-D array.
 template <class Role>
 struct IsMatrixRole : std::false_type {};
-template <class T>
-struct IsMatrixRole<Out2<T>> : std::true_type {};
-template <class T>
-struct IsMatrixRole<Inout<T, 2>> : std::true_type {};
+template <class T, bool Optional>
+struct IsMatrixRole<Out2<T, Optional>> : std::true_type {};
+template <class T, bool Square>
+struct IsMatrixRole<Inout<T, 2, Square>> : std::true_type {};
+
+// A required output that is null fails a call that would otherwise stand.
+template <class Role>
+Status Settle(const Role&, Status s) {
+  return s;
+}
+template <class T, bool Optional>
+Status Settle(const Out1<T, Optional>& r, Status s) {
+  return !Optional && !r.h && s >= 0 ? StatusKernelError : s;
+}
+template <class T, bool Optional>
+Status Settle(const Out2<T, Optional>& r, Status s) {
+  return !Optional && !r.h && s >= 0 ? StatusKernelError : s;
+}
 
 inline bool IsWritten(ArrayHandle h, const ArrayHandle* written, size_t n) {
   for (size_t i = 0; i < n; ++i) {
@@ -177,6 +198,7 @@ inline Status RunExport(Op&& op, Roles&&... roles) noexcept {
       };
       (snapshot(roles), ...);
       s = op();
+      ((s = frame::Settle(roles, s)), ...);
     }
   } catch (const std::bad_alloc&) {
     s = StatusOutOfMemory;

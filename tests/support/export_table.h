@@ -17,9 +17,10 @@ struct ArgSpec {
   int32_t code;  // host type code of the handle's or scalar's element (0: none)
   int option;    // index into kOptionTables, or -1
   int32_t fail;  // value an int_out result takes on failure
-  bool optional; // a work handle that paths not using it accept as null
+  bool optional; // a work handle or output that paths not using it accept as null
   const char* preset;  // argument text of a generic call, when the list names one
   bool pinned;         // any value but the preset makes the caller answerable for memory safety
+  bool square;         // a matrix the operation rejects, before reading it, unless square
 };
 
 union ArgValue {
