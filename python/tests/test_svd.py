@@ -85,6 +85,10 @@ def test_cond(dtype, m, n, rng):
         assert abs(ql.cond(a, p) - ref) <= 35 * m * n * eps(dtype) * ref ** 2, p
     assert all(ql.cond(np.ones((3, 3), dtype), p) == np.inf for p in (1, "fro", np.inf))
     assert ql.cond(np.zeros((2, 3), dtype)) == np.inf
+    # A NaN that the largest column or row sum would skip: NaN, as numpy gives, not 0.
+    a[-1, -1] = np.nan
+    for p in (1, "fro", np.inf) if m == n else ():
+        assert np.isnan(ql.cond(a, p)) and np.isnan(np.linalg.cond(a.astype(wide(dtype)), p)), p
 
 
 # Faults: the default tolerance not scaled by max(m, n) or s_max, a tolerance of 0
@@ -139,5 +143,6 @@ def test_pinv(dtype, m, n, rng):
     known = np.geomspace(4, 1, k)
     a = with_singular_values(rng, m, n, known, dtype)
     assert not np.any(ql.pinv(a, 5.0))
+    assert np.all(np.isnan(ql.pinv(a, np.nan)))   # a NaN tolerance cuts nowhere
     u, s, vh = np.linalg.svd(a.astype(w), full_matrices=False)
     assert close(ql.pinv(a, np.sqrt(known[0] * known[1])), np.outer(vh[0].conj(), u[:, 0].conj()) / s[0], 35 * max(m, n) * e)

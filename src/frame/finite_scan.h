@@ -114,6 +114,15 @@ bool AllFinite(const T* p, int64_t count) {
   return scan::PartsWithin<false>(p, count, static_cast<T*>(nullptr), inf, inf);
 }
 
+// True when some part of the count elements is NaN.
+template <class T>
+bool AnyNaN(const T* p, int64_t count) {
+  const RealOf<T>* r = reinterpret_cast<const RealOf<T>*>(p);
+  bool nan = false;
+  for (int64_t i = 0; i < count * RealsPer<T>(); ++i) nan |= r[i] != r[i];
+  return nan;
+}
+
 // Only one triangle of a row-major n x n array, diagonal included: row i, columns 0..i
 // (lower) or i..n-1 (upper).
 template <class T>

@@ -8,6 +8,7 @@
 
 #include "factor/svd.h"
 #include "frame/array.h"
+#include "frame/finite_scan.h"
 #include "frame/scalar.h"
 #include "kernel/lapack.h"
 #include "kernel/lapack_svd.h"
@@ -41,6 +42,11 @@ Status InvertInPlace(T* a, int32_t n, ArrayHandle work, ArrayHandle pivots) {
 // number +Inf with status 0: a zero smallest singular value, or an exact zero pivot.
 // Each path needs only its own handles: values, work and iwork for the spectral norm;
 // copy, invWork and invPivots for the others.
+//
+// NaN: the spectral path refuses it (the SVD's scan). The norm paths take the largest
+// column or row sum, where a NaN sum never wins, so a NaN in A or in its inverse would
+// vanish from the product (a matrix of NaNs would have condition number 0): a NaN in A
+// gives NaN with status 0 before anything is inverted, and so does a NaN in the inverse.
 template <class T>
 Status CondNumberH(ArrayHandle ah, int32_t normType, RealOf<T>* result, ArrayHandle values, ArrayHandle copy,
                    ArrayHandle work, ArrayHandle iwork, ArrayHandle invWork, ArrayHandle invPivots) {
@@ -60,11 +66,14 @@ Status CondNumberH(ArrayHandle ah, int32_t normType, RealOf<T>* result, ArrayHan
   T* inv;
   if (Status st = ResizeVector<T>(copy, int64_t{n} * n, &inv); st != StatusOk) return st;
   std::memcpy(static_cast<void*>(inv), a.data, sizeof(T) * size_t(n) * size_t(n));
+  constexpr R nan = std::numeric_limits<R>::quiet_NaN();
+  if (AnyNaN(inv, int64_t{n} * n)) return Store(result, nan);
   R normA, normInv;
   if (Status st = MatrixNormCompute<T>(inv, n, n, normType, &normA, nullptr, nullptr, nullptr); st != StatusOk) return st;
   const Status st = InvertInPlace(inv, n, invWork, invPivots);
   if (st == StatusSingular) return Store(result, std::numeric_limits<R>::infinity());
   if (st != StatusOk) return st;
+  if (AnyNaN(inv, int64_t{n} * n)) return Store(result, nan);
   MatrixNormCompute<T>(inv, n, n, normType, &normInv, nullptr, nullptr, nullptr);
   return Store(result, normA * normInv);
 }

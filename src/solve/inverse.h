@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 
 #include "factor/svd.h"
@@ -95,7 +96,13 @@ Status PseudoInverseCompute(const T* a, int32_t m, int32_t n, RealOf<T> toleranc
   T* v = uv + int64_t{m} * k;
   if (Status st = SVDCompute<T>(a, m, n, u, s, v, 'S', work, iwork); st != StatusOk) return st;
   const R tol = tolerance < 0 ? DefaultTolerance<T>(m, n, s[0], epsilon) : tolerance;
-  // The values decrease: the first r count, and a NaN tolerance counts none.
+  // A NaN tolerance cuts nowhere: the result is NaN, not the zero matrix of a cut above
+  // every value.
+  if (std::isnan(tol)) {
+    std::fill(out, out + int64_t{n} * m, Elem<T>::NaN());
+    return StatusOk;
+  }
+  // The values decrease: the first r count.
   int32_t r = 0;
   while (r < k && s[r] > tol) ++r;
   if (r == 0) {
