@@ -32,11 +32,12 @@ from .lstsq import lstsq
 from .power import matrix_power
 from .matfun import expm, sqrtm, logm
 from .fit import LinearFit, linear_fit
+from .subspaces import null_space, orth
 
 __all__ = [
     "QuarzError", "QuarzWarning", "raw", "invoke", "op", "HostArray", "OPTIONS", "host_layout",
     "dot", "norm", "mean", "rms", "matmul", "matvec", "vecmat", "outer", "kron",
     "transpose", "trace", "special", "lu", "cholesky", "det", "solve",
     "svd", "matrix_norm", "cond", "matrix_rank", "inv", "pinv", "lstsq", "matrix_power",
-    "expm", "sqrtm", "logm", "linear_fit", "LinearFit",
+    "expm", "sqrtm", "logm", "linear_fit", "LinearFit", "null_space", "orth",
 ]
