@@ -115,6 +115,9 @@ struct In {
     if (!s) return;
     int64_t count = s[0] > 0 ? s[0] : 0;
     if constexpr (Rank == 2) count *= s[1] > 0 ? s[1] : 0;
+    // Only a matrix the operation rejects unread gets here with more elements than a
+    // host array holds (Check): its sizes are all there is to copy.
+    if (!HostCountFits(count)) count = 0;
     const int64_t offset = Rank == 2 ? kOffset2D : Elem<T>::kOffset1D;
     const size_t bytes = static_cast<size_t>(offset + count * int64_t{sizeof(T)});
     storage.reset(new std::max_align_t[(bytes + sizeof(std::max_align_t) - 1) / sizeof(std::max_align_t)]);

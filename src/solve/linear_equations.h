@@ -47,7 +47,7 @@ bool Overflowed(lapack_int info, const T* lu, int32_t n, const T* rhs, int64_t n
   bool pivotsFinite = true;
   for (int64_t i = 0; i < n; ++i) {
     const T pivot = lu[i * (n + 1)];
-    pivotsFinite &= std::isfinite(std::real(pivot)) & std::isfinite(std::imag(pivot));
+    pivotsFinite &= std::isfinite(std::real(pivot)) && std::isfinite(std::imag(pivot));
   }
   return !pivotsFinite || (info == 0 && !AllFinite(rhs, nk));
 }
