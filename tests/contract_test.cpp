@@ -97,9 +97,17 @@ TEST(Contract, InputsClaimingMoreThanAHostArrayHolds) {
       EXPECT_EQ(c.Run(), StatusOutOfMemory);
       c.ExpectContract();
       if (!e.args[k].square) continue;
-      Call wide(e, std::string(e.args[k].name) + "=!65536x32768");
+      const std::string huge = std::string(e.args[k].name) + "=!65536x32768";
+      Call wide(e, huge);
       EXPECT_EQ(wide.Run(), StatusNotSquare);
       wide.ExpectContract();
+      // Also when a written handle is the same handle, which makes the frame copy it.
+      for (int j = 0; j < e.nargs; ++j) {
+        if (!IsWritten(e.args[j].role) || e.args[k].role != Role::In) continue;
+        Call shared(e, huge + " " + e.args[j].name + "=@" + e.args[k].name);
+        EXPECT_EQ(shared.Run(), StatusNotSquare);
+        break;
+      }
     }
   });
 }
