@@ -34,6 +34,7 @@ from .matfun import expm, sqrtm, logm
 from .fit import LinearFit, linear_fit
 from .subspaces import null_space, orth
 from .reductions import hessenberg, matrix_balance
+from .condest import rcond
 
 __all__ = [
     "QuarzError", "QuarzWarning", "raw", "invoke", "op", "HostArray", "OPTIONS", "host_layout",
@@ -41,5 +42,5 @@ __all__ = [
     "transpose", "trace", "special", "lu", "cholesky", "det", "solve",
     "svd", "matrix_norm", "cond", "matrix_rank", "inv", "pinv", "lstsq", "matrix_power",
     "expm", "sqrtm", "logm", "linear_fit", "LinearFit", "null_space", "orth",
-    "hessenberg", "matrix_balance",
+    "hessenberg", "matrix_balance", "rcond",
 ]

@@ -18,11 +18,19 @@ namespace ql {
 
 namespace hessenberg {
 
-// Transposes the n x n block a in place: a column-major result read row-major.
+// Transposes the n x n block a in place (a column-major result read row-major), in
+// 32 x 32 tiles so that both tiles of a swapped pair stay in cache.
 template <class T>
 void TransposeSquare(T* a, int32_t n) {
-  for (int64_t i = 0; i < n; ++i) {
-    for (int64_t j = i + 1; j < n; ++j) std::swap(a[i * n + j], a[j * n + i]);
+  constexpr int64_t kTile = 32;
+  for (int64_t bi = 0; bi < n; bi += kTile) {
+    const int64_t ei = std::min<int64_t>(bi + kTile, n);
+    for (int64_t bj = bi; bj < n; bj += kTile) {
+      const int64_t ej = std::min<int64_t>(bj + kTile, n);
+      for (int64_t i = bi; i < ei; ++i) {
+        for (int64_t j = std::max(bj, i + 1); j < ej; ++j) std::swap(a[i * n + j], a[j * n + i]);
+      }
+    }
   }
 }
 
@@ -90,7 +98,9 @@ Status HessenbergH(ArrayHandle ah, int32_t vectors, ArrayHandle hh, ArrayHandle 
 // diagonal entries (1 where nothing was scaled), perm the 0-based permutation with
 // P[perm[j]][j] = 1, so that B[i][j] = A[perm[i]][perm[j]]·scale[j] / scale[i]. The
 // kernel balances what it is given in its layout, so A is copied column-major into B's
-// block, balanced there and transposed back; no scratch is needed.
+// block and balanced there; B is then formed row-major from A by that formula, exact
+// since the scale factors are powers of 2 (one gathering pass, cheaper than a transpose
+// in place). No scratch is needed.
 template <class T>
 Status BalanceH(ArrayHandle ah, int32_t job, ArrayHandle bh, ArrayHandle scaleh, ArrayHandle permh) {
   using R = RealOf<T>;
@@ -110,7 +120,6 @@ Status BalanceH(ArrayHandle ah, int32_t job, ArrayHandle bh, ArrayHandle scaleh,
   static constexpr char kJob[] = {'N', 'P', 'S', 'B'};
   lapack_int ilo, ihi;
   if (kernel::gebal(kJob[job], n, b, n, &ilo, &ihi, scale) != 0) return StatusKernelError;
-  hessenberg::TransposeSquare(b, n);
   // The kernel's scale holds, outside ilo..ihi, the 1-based index each row and column
   // was exchanged with: from the last down to ihi + 1, then from the first up to ilo - 1.
   for (int32_t j = 0; j < n; ++j) perm[j] = j;
@@ -121,6 +130,13 @@ Status BalanceH(ArrayHandle ah, int32_t job, ArrayHandle bh, ArrayHandle scaleh,
   };
   for (int32_t j = n - 1; j >= ihi; --j) exchange(j);
   for (int32_t j = 0; j < ilo - 1; ++j) exchange(j);
+  const T* a = ReadMatrix<T>(ah).data;
+  for (int64_t i = 0; i < n; ++i) {
+    const T* row = a + int64_t{perm[i]} * n;
+    const R down = R(1) / scale[i];
+    T* out = b + i * n;
+    for (int64_t j = 0; j < n; ++j) out[j] = row[perm[j]] * (scale[j] * down);
+  }
   return StatusOk;
 }
 
