@@ -1,7 +1,7 @@
 // The operations beyond the documented set against the direct kernel calls on the same
 // data: dCondEstimateH (general, 1-norm) against memcpy + getrf + gecon, and against
-// dCondNumberH, the exact condition number it replaces; dNullSpaceH against gesdd with
-// full vectors; dHessenbergH (with Q) against gehrd + orghr; dBalanceH against gebal.
+// dCondNumberH, the exact condition number it replaces; dNullSpaceH (against gesdd with
+// full vectors: BM_direct_dgesdd_full of the SVD benchmarks); dHessenbergH (with Q) against gehrd + orghr; dBalanceH against gebal.
 //
 // The direct sides copy the matrix into their own column-major buffer with memcpy every
 // iteration (the kernels overwrite it) and query their workspaces once, outside the
@@ -18,7 +18,6 @@
 #include "kernel/lapack_condest.h"
 #include "kernel/lapack_hessenberg.h"
 #include "kernel/lapack_matfun.h"
-#include "kernel/lapack_svd.h"
 #include "support/host_array.h"
 
 namespace {
@@ -93,27 +92,6 @@ void BM_dNullSpaceH(benchmark::State& state) {
   }
 }
 
-void BM_direct_dgesdd_full(benchmark::State& state) {
-  const int n = static_cast<int>(state.range(0));
-  const std::vector<double> a = Square(n);
-  std::vector<double> copy(a.size()), u(a.size()), vt(a.size()), s(n);
-  std::vector<int> iwork(8 * size_t(n));
-  double query;
-  if (ql::kernel::gesdd('A', n, n, copy.data(), n, s.data(), u.data(), n, vt.data(), n, &query, -1, nullptr,
-                        iwork.data()) != 0) {
-    state.SkipWithError("query failed");
-  }
-  std::vector<double> work(static_cast<size_t>(query) + 1);
-  for (auto _ : state) {
-    std::memcpy(copy.data(), a.data(), sizeof(double) * a.size());
-    if (ql::kernel::gesdd('A', n, n, copy.data(), n, s.data(), u.data(), n, vt.data(), n, work.data(),
-                          static_cast<int>(work.size()), nullptr, iwork.data()) != 0) {
-      state.SkipWithError("gesdd failed");
-    }
-    benchmark::DoNotOptimize(vt[0]);
-  }
-}
-
 void BM_dHessenbergH(benchmark::State& state) {
   const int n = static_cast<int>(state.range(0));
   auto a = qt::Mat(n, n, Square(n)), h = qt::Mat<double>(n, n), q = qt::Mat<double>(n, n);
@@ -178,7 +156,6 @@ QB_SIZES(BM_dCondEstimateH);
 QB_SIZES(BM_direct_dgecon);
 QB_SIZES(BM_dCondNumberH_one);
 QB_SIZES(BM_dNullSpaceH);
-QB_SIZES(BM_direct_dgesdd_full);
 QB_SIZES(BM_dHessenbergH);
 QB_SIZES(BM_direct_dgehrd_orghr);
 QB_SIZES(BM_dBalanceH);

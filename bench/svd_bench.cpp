@@ -133,7 +133,7 @@ void BM_direct_dgelsd(benchmark::State& state) {
 }
 
 BENCHMARK(BM_dSVDH_full)->Arg(4)->Arg(16)->Arg(512)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_direct_dgesdd_full)->Arg(4)->Arg(16)->Arg(512)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_direct_dgesdd_full)->Arg(4)->Arg(16)->Arg(64)->Arg(256)->Arg(512)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_dInvMtrxH)->Arg(4)->Arg(16)->Arg(1024)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_direct_dgetrf_dgetri)->Arg(4)->Arg(16)->Arg(1024)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_dLSEqH)->Args({4, 4})->Args({16, 16})->Args({1000, 200})->Unit(benchmark::kMicrosecond);
