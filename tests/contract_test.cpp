@@ -4,6 +4,7 @@
 // sizes too large for the host, every refused host resize, and no host memory left
 // behind. Numerical values are the oracle suite's business, not this file's.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <complex>
@@ -107,6 +108,56 @@ TEST(Contract, InputsClaimingMoreThanAHostArrayHolds) {
         Call shared(e, huge + " " + e.args[j].name + "=@" + e.args[k].name);
         EXPECT_EQ(shared.Run(), StatusNotSquare);
         break;
+      }
+    }
+  });
+}
+
+// Runs `call`, returning what it wrote to standard output and standard error.
+template <class Call>
+std::string Captured(Call call) {
+  std::fflush(stdout);
+  std::fflush(stderr);
+  FILE* sink = std::tmpfile();
+  const int out = dup(1), err = dup(2);
+  dup2(fileno(sink), 1);
+  dup2(fileno(sink), 2);
+  call();
+  std::fflush(stdout);
+  std::fflush(stderr);
+  dup2(out, 1);
+  dup2(err, 2);
+  close(out);
+  close(err);
+  std::string text(static_cast<size_t>(std::ftell(sink)), '\0');
+  std::rewind(sink);
+  text.resize(std::fread(text.data(), 1, text.size(), sink));
+  std::fclose(sink);
+  return text;
+}
+
+// Zero sizes with zero leading dimensions, in both layouts and both checking modes: the
+// kernel refuses such a leading dimension even for an empty operand, and reports it on
+// the standard streams, so a call that reached it would print.
+TEST(Contract, KoblasZeroSizesNeverReachTheKernelsArgumentCheck) {
+  ForEachExport([](const ExportEntry& e) {
+    if (std::strncmp(e.name, "koblas_", 7) != 0) return;
+    std::string lds;
+    std::vector<std::string> sizes;
+    for (int k = 0; k < e.nargs; ++k) {
+      const std::string name = e.args[k].name;
+      if (name == "m" || name == "n" || name == "k") sizes.push_back(name);
+      if (name.rfind("ld", 0) == 0) lds += " " + name + "=0";
+    }
+    for (const char* layout : {"101", "102"}) {
+      for (const char* check : {"0", "1"}) {
+        for (const std::string& size : sizes) {
+          const std::string args = size + "=0" + lds + " layout=" + layout + " check=" + check;
+          SCOPED_TRACE(args);
+          Call c(e, args);
+          EXPECT_EQ(Captured([&] { c.Run(); }), "");
+          c.ExpectContract();
+        }
       }
     }
   });

@@ -7,7 +7,10 @@
 // gemv checks lda against the row length n whatever the layout, as its hosts rely on;
 // for a column-major call its checking mode also checks the column-major walk, so that
 // an accepted call stays inside the host block. symv, hemv and trmv have a square A, for
-// which both layouts walk alike.
+// which both layouts walk alike. All four take their arguments in one order: handles,
+// alpha and beta, options, increments, sizes, offsets, lda, layout, check. The dispatch
+// passes lda through the kernel's own bound (KernelLeading), so no call, checked or
+// trusted, reaches the kernel's argument report.
 #pragma once
 
 #include "blas/operands.h"
@@ -70,6 +73,8 @@ Status koblas_gemv(ArrayHandle Ah, ArrayHandle xh, ArrayHandle yh, const T* alph
   if (!IsTranspose(trans) || !IsLayout(layout)) return StatusBadOption;
   if (lda < n) return StatusArrayTooSmall;
   if (incx == 0 || incy == 0) return StatusZeroParameter;
+  if (m < 0 || n < 0) return StatusBlasShape;
+  if (const Status s = KernelLeading(lda, WalkOf(layout, m, n)); s != StatusOk) return s;
   T *a, *px, *py;
   if (Status s = At(A, aRow, aCol, a); s != StatusOk || (s = At(x, xOff, px)) != StatusOk ||
                                        (s = At(y, yOff, py)) != StatusOk) {
@@ -86,8 +91,8 @@ namespace blas {
 // its `uplo` triangle read.
 template <class T, class Kernel>
 Status SymmetricMatVec(Kernel call, ArrayHandle Ah, ArrayHandle xh, ArrayHandle yh, const T* alpha, const T* beta,
-                       int32_t n, int32_t uplo, int32_t aRow, int32_t aCol, int32_t xOff, int32_t incx, int32_t yOff,
-                       int32_t incy, int32_t lda, int32_t layout, int32_t check) {
+                       int32_t uplo, int32_t incx, int32_t incy, int32_t n, int32_t aRow, int32_t aCol, int32_t xOff,
+                       int32_t yOff, int32_t lda, int32_t layout, int32_t check) {
   const auto A = ReadMatrix<T>(Ah);
   const auto x = ReadVector<T>(xh);
   auto y = ReadVector<T>(yh);
@@ -100,7 +105,8 @@ Status SymmetricMatVec(Kernel call, ArrayHandle Ah, ArrayHandle xh, ArrayHandle 
     if (const Status s = ResultVector(yh, y, yOff, incy, n, beta); s != StatusOk) return s;
   }
   if (!IsUplo(uplo) || !IsLayout(layout)) return StatusBadOption;
-  if (!LeadingFits(lda, n)) return StatusArrayTooSmall;
+  if (n < 0) return StatusBlasShape;
+  if (const Status s = KernelLeading(lda, Walk{n, n}); s != StatusOk) return s;
   if (incx == 0 || incy == 0) return StatusZeroParameter;
   T *a, *px, *py;
   if (Status s = At(A, aRow, aCol, a); s != StatusOk || (s = At(x, xOff, px)) != StatusOk ||
@@ -115,27 +121,27 @@ Status SymmetricMatVec(Kernel call, ArrayHandle Ah, ArrayHandle xh, ArrayHandle 
 }  // namespace blas
 
 template <class T>
-Status koblas_symv(ArrayHandle Ah, ArrayHandle xh, ArrayHandle yh, const T* alpha, const T* beta, int32_t n,
-                   int32_t uplo, int32_t aRow, int32_t aCol, int32_t xOff, int32_t incx, int32_t yOff, int32_t incy,
+Status koblas_symv(ArrayHandle Ah, ArrayHandle xh, ArrayHandle yh, const T* alpha, const T* beta, int32_t uplo,
+                   int32_t incx, int32_t incy, int32_t n, int32_t aRow, int32_t aCol, int32_t xOff, int32_t yOff,
                    int32_t lda, int32_t layout, int32_t check) {
-  return blas::SymmetricMatVec<T>([](auto... args) { kernel::symv(args...); }, Ah, xh, yh, alpha, beta, n, uplo, aRow,
-                                  aCol, xOff, incx, yOff, incy, lda, layout, check);
+  return blas::SymmetricMatVec<T>([](auto... args) { kernel::symv(args...); }, Ah, xh, yh, alpha, beta, uplo, incx,
+                                  incy, n, aRow, aCol, xOff, yOff, lda, layout, check);
 }
 
 template <class T>
-Status koblas_hemv(ArrayHandle Ah, ArrayHandle xh, ArrayHandle yh, const T* alpha, const T* beta, int32_t n,
-                   int32_t uplo, int32_t aRow, int32_t aCol, int32_t xOff, int32_t incx, int32_t yOff, int32_t incy,
+Status koblas_hemv(ArrayHandle Ah, ArrayHandle xh, ArrayHandle yh, const T* alpha, const T* beta, int32_t uplo,
+                   int32_t incx, int32_t incy, int32_t n, int32_t aRow, int32_t aCol, int32_t xOff, int32_t yOff,
                    int32_t lda, int32_t layout, int32_t check) {
-  return blas::SymmetricMatVec<T>([](auto... args) { kernel::hemv(args...); }, Ah, xh, yh, alpha, beta, n, uplo, aRow,
-                                  aCol, xOff, incx, yOff, incy, lda, layout, check);
+  return blas::SymmetricMatVec<T>([](auto... args) { kernel::hemv(args...); }, Ah, xh, yh, alpha, beta, uplo, incx,
+                                  incy, n, aRow, aCol, xOff, yOff, lda, layout, check);
 }
 
 // x := op(A) x, A triangular of order n with only its `uplo` triangle read (its diagonal
 // taken as ones when diag is unit). x is read and written in place, so an empty x is not
 // sized: it is an empty operand.
 template <class T>
-Status koblas_trmv(ArrayHandle Ah, ArrayHandle xh, int32_t n, int32_t uplo, int32_t trans, int32_t diag, int32_t aRow,
-                   int32_t aCol, int32_t xOff, int32_t incx, int32_t lda, int32_t layout, int32_t check) {
+Status koblas_trmv(ArrayHandle Ah, ArrayHandle xh, int32_t uplo, int32_t trans, int32_t diag, int32_t incx, int32_t n,
+                   int32_t aRow, int32_t aCol, int32_t xOff, int32_t lda, int32_t layout, int32_t check) {
   using namespace blas;
   const auto A = ReadMatrix<T>(Ah);
   const auto x = ReadVector<T>(xh);
@@ -147,7 +153,8 @@ Status koblas_trmv(ArrayHandle Ah, ArrayHandle xh, int32_t n, int32_t uplo, int3
     if (const Status s = MatVecOperands(A, x, aRow, aCol, xOff, incx, false, n, aFits); s != StatusOk) return s;
   }
   if (!IsUplo(uplo) || !IsTranspose(trans) || !IsDiag(diag) || !IsLayout(layout)) return StatusBadOption;
-  if (!LeadingFits(lda, n)) return StatusArrayTooSmall;
+  if (n < 0) return StatusBlasShape;
+  if (const Status s = KernelLeading(lda, Walk{n, n}); s != StatusOk) return s;
   if (incx == 0) return StatusZeroParameter;
   T *a, *px;
   if (Status s = At(A, aRow, aCol, a); s != StatusOk || (s = At(x, xOff, px)) != StatusOk) return s;

@@ -4,10 +4,14 @@
 // applies, and calls the kernel once.
 //
 // gemm checks its leading dimensions against the row-major row lengths whatever the
-// layout, and sizes an empty C row-major, as its hosts rely on. The checking mode then
-// also checks a column-major call's column-major walk, so that no call it accepts leaves
-// the host blocks or trips the kernel's own argument check. symm, hemm and trmm check
-// each operand by the walk of its own layout, as the kernel does.
+// layout, as its hosts rely on. The checking mode then also checks a column-major call's
+// column-major walk, so that no call it accepts leaves the host blocks. symm, hemm and
+// trmm check each operand by the walk of its own layout, as the kernel does. Every entry
+// sizes an empty C the same way, by the row-major shape of the m x n result: m + cRow
+// host rows of ldc elements (n + cCol when ldc < 1). An empty product (m or n 0, or an
+// empty operand's walk) needs no element of any operand: it is a no-op in checking mode.
+// The dispatch then passes every leading dimension through the kernel's own bound
+// (KernelLeading), so no call reaches the kernel's argument report.
 #pragma once
 
 #include "blas/operands.h"
@@ -23,7 +27,8 @@ template <class T>
 Status GemmOperandFits(const MatrixView<T>& M, int32_t row, int32_t col, int32_t rows, int32_t cols, int32_t ld,
                        int32_t layout) {
   if (const Status s = MatrixFits(M, row, col, Walk{rows, cols}, ld); s != StatusOk) return s;
-  return layout == CblasColMajor ? MatrixFits(M, row, col, Walk{cols, rows}, ld) : StatusOk;
+  const Walk column{cols, rows};
+  return layout == CblasColMajor && !Empty(column) ? MatrixFits(M, row, col, column, ld) : StatusOk;
 }
 
 }  // namespace blas
@@ -39,6 +44,7 @@ template <class T>
   using namespace blas;
   const auto A = ReadMatrix<T>(Ah), B = ReadMatrix<T>(Bh);
   auto C = ReadMatrix<T>(Ch);
+  const bool plainA = transA == CblasNoTrans, plainB = transB == CblasNoTrans;
   if (check == kCheck) {
     if (A.rows < 0 || A.cols < 0 || B.rows < 0 || B.cols < 0 || C.rows < 0 || C.cols < 0) return StatusEmptyInput;
     if (m < 0 || n < 0) return StatusBlasShape;
@@ -54,7 +60,6 @@ template <class T>
         bRow >= B.rows) {
       return StatusBlasArgument;
     }
-    const bool plainA = transA == CblasNoTrans, plainB = transB == CblasNoTrans;
     if (const Status s = GemmOperandFits(A, aRow, aCol, plainA ? m : k, plainA ? k : m, lda, layout); s != StatusOk) {
       return s;
     }
@@ -63,8 +68,13 @@ template <class T>
     }
   }
   if (!IsTranspose(transA) || !IsTranspose(transB) || !IsLayout(layout)) return StatusBadOption;
-  if (n > ldc || (transA == CblasNoTrans ? k : m) > lda || (transB == CblasNoTrans ? n : k) > ldb) {
-    return StatusArrayTooSmall;
+  if (m < 0 || n < 0) return StatusBlasShape;
+  if (k < 0) return StatusInnerDimMismatch;
+  if (n > ldc || (plainA ? k : m) > lda || (plainB ? n : k) > ldb) return StatusArrayTooSmall;
+  if (Status s = KernelLeading(lda, WalkOf(layout, plainA ? m : k, plainA ? k : m)); s != StatusOk ||
+      (s = KernelLeading(ldb, WalkOf(layout, plainB ? k : n, plainB ? n : k))) != StatusOk ||
+      (s = KernelLeading(ldc, WalkOf(layout, m, n))) != StatusOk) {
+    return s;
   }
   T *a, *b, *c;
   if (Status s = At(A, aRow, aCol, a); s != StatusOk || (s = At(B, bRow, bCol, b)) != StatusOk ||
@@ -107,16 +117,20 @@ Status SymmetricProduct(Kernel call, ArrayHandle Ah, ArrayHandle Bh, ArrayHandle
     if (m < 0 || n < 0) return StatusBlasShape;
     if (const Status s = MatrixOffset(C, cRow, cCol); s != StatusOk) return s;
     if (C.rows == 0 || C.cols == 0) {
-      if (const Status s = SizeEmptyMatrix(Ch, C, cRow, cCol, bc, ldc, beta); s != StatusOk) return s;
+      if (const Status s = SizeEmptyMatrix(Ch, C, cRow, cCol, Walk{m, n}, ldc, beta); s != StatusOk) return s;
     }
-    if (const Status s = MatrixFits(C, cRow, cCol, bc, ldc); s != StatusOk) return s;
     if (m == 0 || n == 0) return StatusOk;
+    if (const Status s = MatrixFits(C, cRow, cCol, bc, ldc); s != StatusOk) return s;
     if (const Status s = SideOperands(A, B, m, n, ka, aRow, aCol, bRow, bCol, lda, ldb, layout); s != StatusOk) {
       return s;
     }
   }
   if (!IsSide(side) || !IsUplo(uplo) || !IsLayout(layout)) return StatusBadOption;
-  if (!LeadingFits(lda, ka) || !LeadingFits(ldb, bc.len) || !LeadingFits(ldc, bc.len)) return StatusArrayTooSmall;
+  if (m < 0 || n < 0) return StatusBlasShape;
+  if (Status s = KernelLeading(lda, Walk{ka, ka}); s != StatusOk || (s = KernelLeading(ldb, bc)) != StatusOk ||
+                                                   (s = KernelLeading(ldc, bc)) != StatusOk) {
+    return s;
+  }
   T *a, *b, *c;
   if (Status s = At(A, aRow, aCol, a); s != StatusOk || (s = At(B, bRow, bCol, b)) != StatusOk ||
                                        (s = At(C, cRow, cCol, c)) != StatusOk) {
@@ -166,7 +180,11 @@ Status koblas_trmm(ArrayHandle Ah, ArrayHandle Bh, const T* alpha, int32_t m, in
   if (!IsSide(side) || !IsUplo(uplo) || !IsTranspose(transA) || !IsDiag(diag) || !IsLayout(layout)) {
     return StatusBadOption;
   }
-  if (!LeadingFits(lda, ka) || !LeadingFits(ldb, WalkOf(layout, m, n).len)) return StatusArrayTooSmall;
+  if (m < 0 || n < 0) return StatusBlasShape;
+  if (Status s = KernelLeading(lda, Walk{ka, ka}); s != StatusOk ||
+                                                   (s = KernelLeading(ldb, WalkOf(layout, m, n))) != StatusOk) {
+    return s;
+  }
   T *a, *b;
   if (Status s = At(A, aRow, aCol, a); s != StatusOk || (s = At(B, bRow, bCol, b)) != StatusOk) return s;
   if (!alpha) return StatusKernelError;

@@ -39,9 +39,6 @@ inline Walk WalkOf(int32_t layout, int32_t rows, int32_t cols) {
   return layout == CblasColMajor ? Walk{cols, rows} : Walk{rows, cols};
 }
 
-// The kernel's own bound on a leading dimension: at least the run length, and at least 1.
-inline bool LeadingFits(int32_t ld, int32_t len) { return ld >= (len > 1 ? len : 1); }
-
 // An offset that may address an array about to be sized: inside [0, size), or 0 when
 // the size is 0.
 inline bool OffsetInside(int32_t off, int32_t size) { return off >= 0 && (off < size || (off == 0 && size == 0)); }
@@ -57,6 +54,9 @@ int64_t ElementsFrom(const MatrixView<T>& M, int32_t row, int32_t col) {
   return int64_t{M.rows} * M.cols - int64_t{M.cols} * row - col;
 }
 
+// A walk of no run, or of runs of no element, reads nothing.
+inline bool Empty(Walk w) { return w.runs == 0 || w.len == 0; }
+
 // The walk ends inside the host block.
 template <class T>
 Status BlockHolds(const MatrixView<T>& M, int32_t row, int32_t col, Walk w, int32_t ld) {
@@ -67,6 +67,19 @@ Status BlockHolds(const MatrixView<T>& M, int32_t row, int32_t col, Walk w, int3
 template <class T>
 Status MatrixFits(const MatrixView<T>& M, int32_t row, int32_t col, Walk w, int32_t ld) {
   return w.len > ld ? StatusArrayTooSmall : BlockHolds(M, row, col, w, ld);
+}
+
+// The leading dimension handed to the kernel, which refuses (and reports) one below
+// max(1, run length) even where it reads nothing: for an empty walk the value is never
+// used and is raised to what the kernel accepts; below that for a walk that reads
+// elements it is StatusArrayTooSmall. Every dispatch passes its operands through here,
+// so no call, checked or trusted, reaches the kernel's argument report.
+inline Status KernelLeading(int32_t& ld, Walk w) {
+  const int32_t need = w.len > 1 ? w.len : 1;
+  if (ld >= need) return StatusOk;
+  if (!Empty(w)) return StatusArrayTooSmall;
+  ld = need;
+  return StatusOk;
 }
 
 // A vector walked `len` times from `off` with step |inc| fits in n elements. The offset
