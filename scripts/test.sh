@@ -2,8 +2,9 @@
 # The whole test suite: the GoogleTest suites in a release build and again under
 # AddressSanitizer + UndefinedBehaviorSanitizer (with the host moving every block it
 # resizes), then the Python host's numpy/scipy oracle suite against the release build
-# (through the compiled bridge and through ctypes), the Windows DLL cross-compiled and run
-# under Wine (scripts/windows.sh); then the many-threads run under ThreadSanitizer and a
+# (through the compiled bridge and through ctypes), the installed tree and the Debian
+# packages, the ABI against its baseline, the Windows DLL cross-compiled and run under
+# Wine (scripts/windows.sh); then the many-threads run under ThreadSanitizer and a
 # bounded fuzzing run over every export.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -27,6 +28,11 @@ QUARZ_LINALG_BRIDGE=0 python/run_tests.sh build
 LD_PRELOAD="$(gcc -print-file-name=libasan.so) $(gcc -print-file-name=libubsan.so)" \
   ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   KORT_MOVE_ON_RESIZE=1 QUARZ_LINALG_BRIDGE=1 python/run_tests.sh build-asan -q
+
+# Installed as a user gets it: a prefix, find_package and pkg-config consumers, the
+# Debian packages under lintian; and the exported prototypes against the ABI baseline.
+scripts/install-test.sh build
+scripts/abi-check.sh build-asan
 
 # The Windows DLL, cross-compiled: its export table, and attach and a call under Wine.
 scripts/windows.sh build-mingw

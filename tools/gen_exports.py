@@ -338,7 +338,7 @@ def call_table(rows, options):
     return "\n".join(out) + "\n"
 
 
-def kind_table(rows, statuses, options):
+def kind_table(rows, statuses, options, version):
     """The Python host's view: every export with its arguments, the options and statuses."""
     entries = []
     for e in exports(rows):
@@ -366,7 +366,7 @@ def kind_table(rows, statuses, options):
             args.append(d)
         entries.append({"name": e["name"], "op": op_name(e["row"]), "letter": e["letter"],
                         "result": e["row"]["result"], "family": e["row"]["family"], "args": args})
-    return json.dumps({"exports": entries,
+    return json.dumps({"version": version, "exports": entries,
                        "options": {n: dict(v) for n, v in options.items()},
                        "status": dict(statuses)}, indent=1) + "\n"
 
@@ -387,6 +387,7 @@ def main():
     ap.add_argument("--header-template", required=True)
     ap.add_argument("--out", required=True)
     ap.add_argument("--print-sources", action="store_true")
+    ap.add_argument("--version", default="0.0.0", help="major.minor.patch, for the header and the kind table")
     a = ap.parse_args()
     try:
         rows, statuses, options = parse(a.list)
@@ -412,6 +413,9 @@ def main():
 
     with open(a.header_template) as f:
         template = f.read()
+    major, minor, patch = a.version.split(".")
+    template = template.replace("@VERSION_MAJOR@", major).replace("@VERSION_MINOR@", minor)
+    template = template.replace("@VERSION_PATCH@", patch)
     write_if_changed(os.path.join(a.out, "include", "quarz_linalg.h"), header(template, rows, statuses, options))
     write_if_changed(os.path.join(a.out, "quarz_linalg.map"),
                      "{\n  global:\n" + "".join(f"    {n};\n" for n in names) + "  local:\n    *;\n};\n")
@@ -420,7 +424,7 @@ def main():
     write_if_changed(os.path.join(a.out, "export_names.inc"), "".join(f"\"{n}\",\n" for n in names))
     write_if_changed(os.path.join(a.out, "typed_api.h"), typed_api(rows))
     write_if_changed(os.path.join(a.out, "export_table.inc"), call_table(rows, options))
-    write_if_changed(os.path.join(a.out, "quarz_linalg_exports.json"), kind_table(rows, statuses, options))
+    write_if_changed(os.path.join(a.out, "quarz_linalg_exports.json"), kind_table(rows, statuses, options, a.version))
     if a.print_sources:
         print(";".join(sources))
 

@@ -16,7 +16,7 @@ the compiled bridge built beside them (BRIDGE_PATH), else through ctypes
 arrays allocated after the import in the importing thread are read by the exports in place
 (`host_layout`; QUARZ_LINALG_HOST_LAYOUT=0 turns that off).
 """
-from ._library import KORT_PATH, LIB_DIR, LIB_PATH, KIND_TABLE_PATH, kort, lib, host_layout
+from ._library import KORT_PATH, LIB_DIR, LIB_PATH, KIND_TABLE, KIND_TABLE_PATH, kort, lib, host_layout
 from ._status import QuarzError, QuarzWarning, STATUS_CODES, STATUS_NAMES, status_name
 from ._host import (HostArray, LETTERS, INT32_CODE, element_offset, letter_of, type_code,
                     live_handles, live_bytes, resize_count, fail_resize_at)
@@ -35,6 +35,9 @@ from .fit import LinearFit, linear_fit
 from .subspaces import null_space, orth
 from .reductions import hessenberg, matrix_balance
 from .condest import rcond
+
+# The loaded library's version, from the kind table its build wrote.
+__version__ = KIND_TABLE.get("version", "0.0.0")
 
 __all__ = [
     "QuarzError", "QuarzWarning", "raw", "invoke", "op", "HostArray", "OPTIONS", "host_layout",

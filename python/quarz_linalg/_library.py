@@ -25,6 +25,8 @@ from pathlib import Path
 
 KORT_NAME = "libkort.so"
 LIB_NAME = "libquarz_linalg.so"
+# An installed runtime without its development files has only the SONAME links.
+SONAME_SUFFIX = ".1"
 KIND_TABLE_NAME = "quarz_linalg_exports.json"
 
 _PACKAGE_DIR = Path(__file__).resolve().parent
@@ -48,14 +50,18 @@ def _load_pair():
     tried = []
     for d in _candidate_dirs():
         if d is None:
-            try:
-                kort = ctypes.CDLL(KORT_NAME)
-                lib = ctypes.CDLL(LIB_NAME)
-            except OSError as e:
-                tried.append(f"system loader path ({e})")
-                continue
-            return kort, lib, None
+            for suffix in ("", SONAME_SUFFIX):
+                try:
+                    kort = ctypes.CDLL(KORT_NAME + suffix)
+                    lib = ctypes.CDLL(LIB_NAME + suffix)
+                except OSError as e:
+                    tried.append(f"system loader path ({e})")
+                    continue
+                return kort, lib, None
+            continue
         kort_path, lib_path = d / KORT_NAME, d / LIB_NAME
+        if not (kort_path.is_file() and lib_path.is_file()):
+            kort_path, lib_path = d / (KORT_NAME + SONAME_SUFFIX), d / (LIB_NAME + SONAME_SUFFIX)
         if kort_path.is_file() and lib_path.is_file():
             # RTLD_LOCAL (ctypes' default) keeps the host runtime's symbols out of the
             # global scope; the library reaches them through SetKORTModule below.

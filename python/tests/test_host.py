@@ -191,8 +191,9 @@ def test_a_bridge_built_from_another_kind_table_is_not_used(tmp_path):
     # asked for, else the calls go through ctypes, with a warning.
     import os
     import shutil
-    for path in (ql.LIB_PATH, ql.KORT_PATH, ql.BRIDGE_PATH):
-        shutil.copy(path, tmp_path)
+    for path, name in ((ql.LIB_PATH, ql._library.LIB_NAME), (ql.KORT_PATH, ql._library.KORT_NAME),
+                       (ql.BRIDGE_PATH, ql.BRIDGE_PATH.name)):
+        shutil.copy(path, tmp_path / name)
     for runtime in ("libiomp5.so", "libquarz_core_130000.so"):  # the kernel the library loads
         os.symlink(os.path.realpath(ql.LIB_PATH.parent / runtime), tmp_path / runtime)
     (tmp_path / ql.KIND_TABLE_PATH.name).write_bytes(ql.KIND_TABLE_PATH.read_bytes() + b" ")

@@ -7,8 +7,10 @@
 
 #include <cstring>
 #include <initializer_list>
+#include <utility>
 
 #include "frame/host_binding.h"
+#include "frame/module_name.h"
 
 namespace ql::host_os {
 namespace {
@@ -77,9 +79,23 @@ void RecordSearch(uint64_t loaded, uint32_t announced, void* module) {
   g_search_seq.store(seq + 2, std::memory_order_release);
 }
 
-// A runtime already loaded under this name, or null (never loads it).
+// A runtime already loaded under this name (a version suffix allowed: a program linked
+// against an installed libkort.so.1 loads that file), or null (never loads it).
+int FindLoaded(struct dl_phdr_info* info, size_t, void* data) {
+  auto* search = static_cast<std::pair<const char*, const char*>*>(data);
+  const char* file = info->dlpi_name;
+  if (!file || !*file) return 0;
+  const char* slash = std::strrchr(file, '/');
+  if (!SameModule(slash ? slash + 1 : file, search->first)) return 0;
+  search->second = file;
+  return 1;
+}
+
 void* LoadedModule(const char* name) {
-  void* h = dlopen(name, RTLD_LAZY | RTLD_NOLOAD);
+  std::pair<const char*, const char*> search{name, nullptr};
+  dl_iterate_phdr(FindLoaded, &search);
+  if (!search.second) return nullptr;
+  void* h = dlopen(search.second, RTLD_LAZY | RTLD_NOLOAD);
   // NOLOAD still takes a reference; drop it. The handle stays valid while the module
   // is loaded, and an unload changes the loaded-set key, which discards the answer.
   if (h) dlclose(h);

@@ -3,7 +3,8 @@
 // hook, armed on each thread's first call, runs thread detach.
 //
 // Names: the toolkit's modules are libquarz_fft.so, libquarz_linalg.so, libquarz_sparse.so
-// and libquarz_thread.so, matched by file name among the loaded objects; the OpenMP
+// and libquarz_thread.so, matched by file name (a version suffix allowed) among the
+// loaded objects; the OpenMP
 // runtime is libiomp5.so and the kernel libquarz_core_130000.so (the build lays out both
 // beside the library as links to the system's libgomp and OpenBLAS). The configuration
 // store is a key file, /etc/orvane/korvo-13.0.conf or the file named by
@@ -21,6 +22,7 @@
 #include <cstring>
 
 #include "frame/kernel_loading.h"
+#include "frame/module_name.h"
 #include "kernel/entries.h"
 
 namespace ql {
@@ -42,7 +44,7 @@ int MatchModule(struct dl_phdr_info* info, size_t, void* data) {
   const char* file = info->dlpi_name;
   if (!file || !*file) return 0;  // the main program
   if (const char* slash = std::strrchr(file, '/')) file = slash + 1;
-  if (std::strcmp(file, search->name) != 0) return 0;
+  if (!SameModule(file, search->name)) return 0;
   search->path = info->dlpi_name;
   search->found = true;
   return 1;

@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# The installed library, as a user gets it: installs the build into a scratch prefix and
+# builds the examples there as a project of their own, once through CMake's
+# find_package(QuarzLinalg) and once through pkg-config, and runs them; then makes the
+# Debian packages (CPack), checks them with lintian (no errors), extracts them into a
+# scratch root and runs the CMake consumer against that tree. Nothing found at run time
+# comes from the source or build tree: the programs run from the scratch directory
+# without LD_LIBRARY_PATH, their RUNPATH naming the installed lib directory.
+# Usage: scripts/install-test.sh [build dir=build]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build="$(cd "${1:-build}" && pwd)"
+scratch="$(mktemp -d)"
+trap 'rm -rf "$scratch"' EXIT
+run() { (cd "$scratch" && env -u LD_LIBRARY_PATH -u QUARZ_TOOLKIT_CONFIG "$@"); }
+
+consumer() {  # consumer <prefix> <name>: the examples through find_package, run
+  cmake -S examples -B "$scratch/$2" -DCMAKE_PREFIX_PATH="$1" >/dev/null
+  cmake --build "$scratch/$2" >/dev/null
+  run "$scratch/$2/quarz_dot"
+  run "$scratch/$2/quarz_demo" >/dev/null
+}
+
+cmake --install "$build" --prefix "$scratch/prefix" >/dev/null
+consumer "$scratch/prefix" cmake-consumer
+libdir="$(PKG_CONFIG_PATH="$scratch/prefix/lib/pkgconfig" pkg-config --variable=libdir quarz_linalg)"
+# shellcheck disable=SC2046
+cc -o "$scratch/dot-pkg-config" examples/dot.c \
+  $(PKG_CONFIG_PATH="$scratch/prefix/lib/pkgconfig" pkg-config --cflags --libs quarz_linalg kort) -Wl,-rpath,"$libdir"
+run "$scratch/dot-pkg-config"
+
+(cd "$build" && rm -f ./*.deb && cpack -G DEB >"$scratch/cpack.log" 2>&1) || { cat "$scratch/cpack.log" >&2; exit 1; }
+for deb in "$build"/*.deb; do
+  dpkg-deb --contents "$deb" >/dev/null
+  dpkg-deb -x "$deb" "$scratch/root"
+done
+lintian --tag-display-limit 0 "$build"/*.deb 2>/dev/null | tee "$scratch/lintian.txt" | grep '^E' && {
+  echo "install: lintian reports errors" >&2
+  exit 1
+}
+consumer "$scratch/root/usr" deb-consumer
+echo "install: prefix, find_package, pkg-config and the Debian packages ($(basename -a "$build"/*.deb | tr '\n' ' ')) work"
