@@ -6,7 +6,7 @@ packages=(cmake g++ make pkg-config binutils libopenblas-dev liblapacke-dev libg
           python3 python3-dev python3-numpy python3-scipy python3-pytest python3-mpmath
           clang libclang-rt-14-dev
           g++-mingw-w64-x86-64-win32 wine wine64
-          dpkg-dev lintian abigail-tools)
+          dpkg-dev lintian abigail-tools python3-venv python3-setuptools python3-wheel python3-pip)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

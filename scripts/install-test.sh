@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The installed library, as a user gets it: installs the build into a scratch prefix and
 # builds the examples there as a project of their own, once through CMake's
-# find_package(QuarzLinalg) and once through pkg-config, and runs them; then makes the
+# find_package(QuarzLinalg) and once through pkg-config, and runs them; installs the
+# Python package as a wheel into a virtual environment and runs it; then makes the
 # Debian packages (CPack), checks them with lintian (no errors), extracts them into a
 # scratch root and runs the CMake consumer against that tree. Nothing found at run time
 # comes from the source or build tree: the programs run from the scratch directory
@@ -28,6 +29,20 @@ libdir="$(PKG_CONFIG_PATH="$scratch/prefix/lib/pkgconfig" pkg-config --variable=
 cc -o "$scratch/dot-pkg-config" examples/dot.c \
   $(PKG_CONFIG_PATH="$scratch/prefix/lib/pkgconfig" pkg-config --cflags --libs quarz_linalg kort) -Wl,-rpath,"$libdir"
 run "$scratch/dot-pkg-config"
+
+# The Python package as a wheel in a virtual environment (Debian's numpy through the
+# system site packages), remembering the prefix; a smoke run and a fast part of the oracle
+# suite from a copy of the tests outside the repository, against the installed package.
+/usr/bin/python3 -m venv --system-site-packages "$scratch/venv"
+QUARZ_LINALG_PREFIX="$scratch/prefix" "$scratch/venv/bin/pip" install -q --no-build-isolation --no-index \
+  --no-cache-dir ./python
+rm -rf python/build python/*.egg-info
+run "$scratch/venv/bin/python" -c 'import quarz_linalg as ql, numpy as np
+assert ql.__file__.startswith("'"$scratch"'/venv"), ql.__file__
+print("python:", ql.__version__, ql.LIB_PATH, ql.BRIDGE_PATH, ql.solve(np.eye(2) * 2, np.ones(2)))'
+cp -r python/tests "$scratch/tests"
+run "$scratch/venv/bin/python" -m pytest -q -p no:cacheprovider "$scratch/tests/test_solve.py" \
+  "$scratch/tests/test_det.py" "$scratch/tests/test_products.py" "$scratch/tests/test_subspaces.py"
 
 (cd "$build" && rm -f ./*.deb && cpack -G DEB >"$scratch/cpack.log" 2>&1) || { cat "$scratch/cpack.log" >&2; exit 1; }
 for deb in "$build"/*.deb; do

@@ -1,8 +1,9 @@
 """Loading of the reference host runtime and of libquarz_linalg.
 
 The two shared libraries are looked for, in this order, in the directory named by the
-QUARZ_LINALG_LIBDIR environment variable, in the repository's default build directory
-(<repo>/build), and finally on the system loader path. The host runtime is loaded first
+QUARZ_LINALG_LIBDIR environment variable, in the library directory an installed wheel
+was built for (else in the repository's default build directory, <repo>/build), and
+finally on the system loader path. The host runtime is loaded first
 and announced to the library with SetKORTModule, so that every NumericArrayResize the
 library makes goes to the very copy of libkort.so whose accounting this package reads.
 The kind table (quarz_linalg_exports.json: every export's arguments, the option tables
@@ -43,6 +44,12 @@ def _candidate_dirs():
         # An explicit directory is taken as the only place to look: a stale library
         # found elsewhere would silently test the wrong build.
         return [Path(env)]
+    try:  # an installed wheel remembers the prefix it was built for
+        from ._install import LIBDIR
+    except ImportError:
+        LIBDIR = None
+    if LIBDIR:
+        return [Path(LIBDIR), None]
     return [REPO_DIR / "build", None]
 
 
