@@ -35,6 +35,7 @@ from .fit import LinearFit, linear_fit
 from .subspaces import null_space, orth
 from .reductions import hessenberg, matrix_balance
 from .condest import rcond
+from .sylvester import solve_sylvester, solve_continuous_lyapunov
 
 # The loaded library's version, from the kind table its build wrote.
 __version__ = KIND_TABLE.get("version", "0.0.0")
@@ -46,4 +47,5 @@ __all__ = [
     "svd", "matrix_norm", "cond", "matrix_rank", "inv", "pinv", "lstsq", "matrix_power",
     "expm", "sqrtm", "logm", "linear_fit", "LinearFit", "null_space", "orth",
     "hessenberg", "matrix_balance", "rcond",
+    "solve_sylvester", "solve_continuous_lyapunov",
 ]
