@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "support/call_builder.h"
+#include "support/host_array.h"
 
 namespace qt {
 namespace {
@@ -48,7 +49,7 @@ std::vector<Job> SerialRun() {
 }
 
 TEST(Reliability, ManyHostThreadsGetTheSerialResultsBitForBit) {
-  void* kort = dlopen("libkort.so", RTLD_LAZY | RTLD_NOLOAD);
+  void* kort = LinkedKort();
   ASSERT_NE(kort, nullptr);
   const int64_t handles = LiveHandles(), bytes = LiveBytes();
   const std::vector<Job> jobs = SerialRun();

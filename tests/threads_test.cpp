@@ -25,7 +25,7 @@ class TwoRuntimes {
     if (!dladdr(reinterpret_cast<void*>(&KortResizeCount), &info) || !info.dli_fname) return;
     std::string dir = info.dli_fname;
     dir.erase(dir.find_last_of('/') + 1);
-    kort_ = dlopen("libkort.so", RTLD_LAZY | RTLD_NOLOAD);
+    kort_ = LinkedKort();
     koffrt_ = dlopen((dir + "libkoffrt.so").c_str(), RTLD_NOW | RTLD_LOCAL);
     if (!kort_ || !koffrt_) return;
     kort_count_ = reinterpret_cast<CountFn>(dlsym(kort_, "KortResizeCount"));

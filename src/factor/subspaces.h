@@ -46,7 +46,7 @@ Status SubspaceH(ArrayHandle ah, RealOf<T> rcond, bool null, ArrayHandle outh, A
   const T* from = null ? v : u;
   T* out;
   if (Status st = ResizeMatrix<T>(outh, rows, cols, &out); st != StatusOk) return st;
-  for (int64_t i = 0; i < rows; ++i) {
+  for (int64_t i = 0; i < rows && cols > 0; ++i) {
     std::memcpy(static_cast<void*>(out + i * cols), from + i * stride + first, sizeof(T) * size_t(cols));
   }
   return StatusOk;

@@ -2,6 +2,7 @@
 // call exports directly.
 #pragma once
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -16,6 +17,14 @@
 #include "typed_api.h"
 
 namespace qt {
+
+// The reference host runtime this program links, by the file it was loaded from (an
+// installed one carries its version in the name), or null.
+inline void* LinkedKort() {
+  Dl_info info;
+  if (!dladdr(reinterpret_cast<void*>(&KortResizeCount), &info) || !info.dli_fname) return nullptr;
+  return dlopen(info.dli_fname, RTLD_LAZY | RTLD_NOLOAD);
+}
 
 template <class T> struct Real { using type = T; };
 template <class R> struct Real<std::complex<R>> { using type = R; };
