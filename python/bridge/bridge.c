@@ -586,6 +586,47 @@ done:
   return rc;
 }
 
+/* Prepares argument i of any role but in / inout: a handle taken for an output or work
+ * array, null for an ignored one, the value of a by-value or pointed-to scalar input (v),
+ * a zeroed slot for a scalar result. */
+static int plain_arg(Cache* c, const QbKind* kd, PyObject* v, QbArg* a, QbArg* store, int64_t* held) {
+  switch (kd->role) {
+    case QB_OUT:
+    case QB_WORK: {
+      int32_t kept;
+      if (!(a->h = take(c, kd->code, kd->rank, &kept))) return -1;
+      *held = kept;
+      return 0;
+    }
+    case QB_IGNORED:
+      a->h = NULL;
+      return 0;
+    case QB_INT:
+    case QB_UINT:
+      return int_value(v, &a->u);
+    case QB_REAL:
+    case QB_ELEM:
+      return scalar_value(v, kd->code, a);
+    case QB_MODULE:
+      a->p = v == Py_None ? NULL : PyLong_AsVoidPtr(v);
+      return !a->p && PyErr_Occurred() ? -1 : 0;
+    case QB_ELEM_IN:
+    case QB_REAL_IN:
+      a->p = NULL;
+      if (v != Py_None) {
+        if (scalar_value(v, kd->code, store) < 0) return -1;
+        a->p = store;
+      }
+      return 0;
+    default: /* scalar results */
+      memset(store, 0, sizeof *store);
+      a->p = store;
+      return 0;
+  }
+}
+
+static int takes_input(int role) { return role >= QB_INT && role <= QB_REAL_IN; }
+
 /* Runs the export on `inputs`. Returns the list of outputs and stores the status, or
  * returns null with an exception set (with check, for a negative status as well). */
 static PyObject* run_export(Export* e, PyObject* const* inputs, Py_ssize_t n_inputs, int check,
@@ -636,43 +677,9 @@ static PyObject* run_export(Export* e, PyObject* const* inputs, Py_ssize_t n_inp
         if (!a[i].h && input_handle(c, v, kd, e, &a[i].h, &held[i], &bytes_in) < 0) goto cleanup;
         break;
       }
-      case QB_OUT:
-      case QB_WORK: {
-        int32_t kept;
-        if (!(a[i].h = take(c, kd->code, kd->rank, &kept))) goto cleanup;
-        held[i] = kept;
-        break;
-      }
-      case QB_IGNORED:
-        a[i].h = NULL;
-        break;
-      case QB_INT:
-      case QB_UINT:
-        if (int_value(inputs[k++], &a[i].u) < 0) goto cleanup;
-        break;
-      case QB_REAL:
-      case QB_ELEM:
-        if (scalar_value(inputs[k++], kd->code, &a[i]) < 0) goto cleanup;
-        break;
-      case QB_MODULE: {
-        PyObject* v = inputs[k++];
-        a[i].p = v == Py_None ? NULL : PyLong_AsVoidPtr(v);
-        if (!a[i].p && PyErr_Occurred()) goto cleanup;
-        break;
-      }
-      case QB_ELEM_IN:
-      case QB_REAL_IN: {
-        PyObject* v = inputs[k++];
-        a[i].p = NULL;
-        if (v != Py_None) {
-          if (scalar_value(v, kd->code, &store[i]) < 0) goto cleanup;
-          a[i].p = &store[i];
-        }
-        break;
-      }
-      default: /* scalar results */
-        memset(&store[i], 0, sizeof store[i]);
-        a[i].p = &store[i];
+      default:
+        if (plain_arg(c, kd, takes_input(kd->role) ? inputs[k++] : NULL, &a[i], &store[i], &held[i]) < 0)
+          goto cleanup;
         break;
     }
   }
@@ -1123,42 +1130,10 @@ static PyObject* stack(PyObject* module, PyObject* args) {
         bytes_in += (Py_ssize_t)(step[i] * (size_t)count);
         break;
       }
-      case QB_OUT:
-      case QB_WORK: {
-        int32_t kept;
-        if (!(a[i].h = take(c, kd->code, kd->rank, &kept))) goto cleanup;
-        held[i] = kept;
-        break;
-      }
-      case QB_IGNORED:
-        break;
-      case QB_INT:
-      case QB_UINT:
-        if (int_value(PyTuple_GET_ITEM(inputs, k++), &a[i].u) < 0) goto cleanup;
-        break;
-      case QB_REAL:
-      case QB_ELEM:
-        if (scalar_value(PyTuple_GET_ITEM(inputs, k++), kd->code, &a[i]) < 0) goto cleanup;
-        break;
-      case QB_MODULE: {
-        PyObject* v = PyTuple_GET_ITEM(inputs, k++);
-        a[i].p = v == Py_None ? NULL : PyLong_AsVoidPtr(v);
-        if (!a[i].p && PyErr_Occurred()) goto cleanup;
-        break;
-      }
-      case QB_ELEM_IN:
-      case QB_REAL_IN: {
-        PyObject* v = PyTuple_GET_ITEM(inputs, k++);
-        a[i].p = NULL;
-        if (v != Py_None) {
-          if (scalar_value(v, kd->code, &store[i]) < 0) goto cleanup;
-          a[i].p = &store[i];
-        }
-        break;
-      }
       default:
-        memset(&store[i], 0, sizeof store[i]);
-        a[i].p = &store[i];
+        if (plain_arg(c, kd, takes_input(kd->role) ? PyTuple_GET_ITEM(inputs, k++) : NULL, &a[i], &store[i],
+                      &held[i]) < 0)
+          goto cleanup;
         break;
     }
   }
