@@ -71,3 +71,16 @@ def test_stack_error_names_the_matrix(name, rng):
     with pytest.raises(ql.QuarzError) as e:
         getattr(ql, name)(*args)
     assert e.value.index == (1, 2) and "at matrix (1, 2)" in str(e.value)
+
+
+
+def test_stack_warnings_come_as_one():
+    # Fault caught: one warning per matrix, or the warned matrices not named. None of the
+    # stacked functions warns, so the shared stack loop runs the LU export, which warns on
+    # an exact zero pivot.
+    a = np.broadcast_to(np.eye(2), (3, 2, 2)).copy()
+    a[[0, 2], 1, 1] = 0.0
+    with pytest.warns(ql.QuarzWarning) as record:
+        upper = ql._stack.stacked("dLUH", (a,), (2,))[1]
+    assert len(record) == 1 and record[0].message.index == [(0,), (2,)]
+    assert np.array_equal(upper, a)
