@@ -3,15 +3,17 @@
 
     QUARZ_LINALG_LIBDIR=build /usr/bin/python3 bench/python_speed.py [--sizes 4,16,...]
 
-For each size: ql.solve / np.linalg.solve, ql.det / np.linalg.det, ql.matmul / np.matmul
+For each size (--sizes): ql.solve / np.linalg.solve, ql.det / np.linalg.det, ql.matmul / np.matmul
 (n x n), ql.dot / np.vdot (n-vectors; ql.dot conjugates its second argument as np.vdot does
 its first) and, up to n = 16, scipy.linalg.solve / ql.solve. Every figure is the best of
 many repetitions of a short timed loop (about a millisecond, shorter than a scheduler time
 slice, so that on a loaded machine some repetitions run undisturbed), with both sides
 interleaved, over several sweeps of all the cases; ratios below 1 mean the Python host is
 faster.
-QUARZ_LINALG_BRIDGE=0 measures the ctypes path; QUARZ_LINALG_HOST_LAYOUT=0 the bridge
-copying every input (numpy's arrays then lack the host layout).
+--all adds every other public function against its numpy / scipy counterpart;
+--stack-sizes 3,4,8 times solve, det, inv and eigh on stacks of --stack matrices.
+QUARZ_LINALG_BRIDGE=0 measures the ctypes path; QUARZ_LINALG_HOST_LAYOUT=1 the bridge
+reading numpy's arrays in place (by default every input is copied).
 """
 import argparse
 import os
@@ -52,6 +54,45 @@ def compare(ours, theirs, repeats, budget):
     return best
 
 
+def _more(A, S, y, sla):
+    """(name, ours, theirs, counterpart) of the rest of the public functions on A (general)
+    and S (symmetric positive definite)."""
+    B = A.T.copy()
+    return [
+        ("inv", lambda: ql.inv(A), lambda: np.linalg.inv(A), "np.linalg.inv"),
+        ("pinv", lambda: ql.pinv(A), lambda: np.linalg.pinv(A), "np.linalg.pinv"),
+        ("cholesky", lambda: ql.cholesky(S), lambda: np.linalg.cholesky(S), "np.linalg.cholesky"),
+        ("eig", lambda: ql.eig(A), lambda: np.linalg.eig(A), "np.linalg.eig"),
+        ("eigvals", lambda: ql.eigvals(A), lambda: np.linalg.eigvals(A), "np.linalg.eigvals"),
+        ("eigh", lambda: ql.eigh(S), lambda: np.linalg.eigh(S), "np.linalg.eigh"),
+        ("eigvalsh", lambda: ql.eigvalsh(S), lambda: np.linalg.eigvalsh(S), "np.linalg.eigvalsh"),
+        ("eig(A,B)", lambda: ql.eig(A, B), lambda: sla.eig(A, B), "scipy.linalg.eig"),
+        ("svd", lambda: ql.svd(A), lambda: np.linalg.svd(A), "np.linalg.svd"),
+        ("qr", lambda: ql.qr(A), lambda: sla.qr(A), "scipy.linalg.qr"),
+        ("schur", lambda: ql.schur(A), lambda: sla.schur(A), "scipy.linalg.schur"),
+        ("qz", lambda: ql.qz(A, B), lambda: sla.qz(A, B), "scipy.linalg.qz"),
+        ("lu", lambda: ql.lu(A), lambda: sla.lu(A), "scipy.linalg.lu"),
+        ("matrix_rank", lambda: ql.matrix_rank(A), lambda: np.linalg.matrix_rank(A),
+         "np.linalg.matrix_rank"),
+        ("cond", lambda: ql.cond(A), lambda: np.linalg.cond(A), "np.linalg.cond"),
+        ("matrix_norm", lambda: ql.matrix_norm(A), lambda: np.linalg.norm(A), "np.linalg.norm"),
+        ("norm", lambda: ql.norm(y), lambda: np.linalg.norm(y), "np.linalg.norm"),
+        ("lstsq", lambda: ql.lstsq(A, y), lambda: np.linalg.lstsq(A, y, rcond=None),
+         "np.linalg.lstsq"),
+        ("matrix_power", lambda: ql.matrix_power(A, 5), lambda: np.linalg.matrix_power(A, 5),
+         "np.linalg.matrix_power"),
+        ("expm", lambda: ql.expm(A), lambda: sla.expm(A), "scipy.linalg.expm"),
+        ("sqrtm", lambda: ql.sqrtm(S), lambda: sla.sqrtm(S), "scipy.linalg.sqrtm"),
+        ("logm", lambda: ql.logm(S), lambda: sla.logm(S), "scipy.linalg.logm"),
+        ("transpose", lambda: ql.transpose(A), lambda: A.T.copy(), "ndarray.T.copy"),
+        ("trace", lambda: ql.trace(A), lambda: np.trace(A), "np.trace"),
+        ("outer", lambda: ql.outer(y, y), lambda: np.outer(y, y), "np.outer"),
+        ("kron", lambda: ql.kron(A[:8, :8], A[:8, :8]), lambda: np.kron(A[:8, :8], A[:8, :8]), "np.kron"),
+        ("matvec", lambda: ql.matvec(A, y), lambda: A @ y, "ndarray @"),
+        ("mean", lambda: ql.mean(y), lambda: np.mean(y), "np.mean"),
+    ]
+
+
 def main():
     ap = argparse.ArgumentParser()
     ap.add_argument("--sizes", default="4,8,16,32,64,128,256,512,1024")
@@ -59,12 +100,18 @@ def main():
     ap.add_argument("--rounds", type=int, default=3,
                     help="sweeps over all cases, the best of each kept (a burst of other load "
                          "then spoils one sweep, not the figure)")
+    ap.add_argument("--all", action="store_true",
+                    help="every public function with a numpy / scipy counterpart, not only the "
+                         "four above")
+    ap.add_argument("--stack-sizes", default="",
+                    help="n of (stack, n, n) stacks for solve, det, inv and eigh (times per stack)")
+    ap.add_argument("--stack", type=int, default=20000, help="matrices per stack")
     ap.add_argument("--budget", type=float, default=0.005, help="seconds per timed loop")
     a = ap.parse_args()
     import scipy.linalg
 
     path = "bridge" if ql._library.bridge is not None else "ctypes"
-    path += ", inputs in place" if ql.host_layout() else ", inputs copied"
+    path += ", inputs in place" if ql.set_host_layout() else ", inputs copied"
     print(f"# calls through: {path}; numpy {np.__version__}; load average "
           f"{os.getloadavg()[0]:.2f}; OPENBLAS_NUM_THREADS={os.environ.get('OPENBLAS_NUM_THREADS', 'unset')}; "
           f"best of {a.repeats} x {a.rounds} rounds")
@@ -83,6 +130,19 @@ def main():
         if n <= 16:
             cases.append((n, "solve", lambda A=A, y=y: ql.solve(A, y),
                           lambda A=A, y=y: scipy.linalg.solve(A, y), "scipy.linalg.solve"))
+        if a.all:
+            S = A + A.T + 2 * n * np.eye(n)
+            for name, ours, theirs, other in _more(A, S, y, scipy.linalg):
+                cases.append((n, name, ours, theirs, other))
+    for n in map(int, a.stack_sizes.split(",") if a.stack_sizes else []):
+        A = np.eye(n) + rng.standard_normal((a.stack, n, n)) / (4 * np.sqrt(n))
+        S = A + np.swapaxes(A, 1, 2) + 2 * n * np.eye(n)
+        y = rng.standard_normal((a.stack, n))
+        for name, ours, theirs in (("solve", lambda: ql.solve(A, y), lambda: np.linalg.solve(A, y)),
+                                   ("det", lambda: ql.det(A), lambda: np.linalg.det(A)),
+                                   ("inv", lambda: ql.inv(A), lambda: np.linalg.inv(A)),
+                                   ("eigh", lambda: ql.eigh(S), lambda: np.linalg.eigh(S))):
+            cases.append((n, f"{name}[{a.stack}]", ours, theirs, f"np.linalg.{name}"))
     best = [[float("inf"), float("inf")] for _ in cases]
     for _ in range(a.rounds):
         for i, (n, name, ours, theirs, other) in enumerate(cases):

@@ -586,6 +586,47 @@ done:
   return rc;
 }
 
+/* Prepares argument i of any role but in / inout: a handle taken for an output or work
+ * array, null for an ignored one, the value of a by-value or pointed-to scalar input (v),
+ * a zeroed slot for a scalar result. */
+static int plain_arg(Cache* c, const QbKind* kd, PyObject* v, QbArg* a, QbArg* store, int64_t* held) {
+  switch (kd->role) {
+    case QB_OUT:
+    case QB_WORK: {
+      int32_t kept;
+      if (!(a->h = take(c, kd->code, kd->rank, &kept))) return -1;
+      *held = kept;
+      return 0;
+    }
+    case QB_IGNORED:
+      a->h = NULL;
+      return 0;
+    case QB_INT:
+    case QB_UINT:
+      return int_value(v, &a->u);
+    case QB_REAL:
+    case QB_ELEM:
+      return scalar_value(v, kd->code, a);
+    case QB_MODULE:
+      a->p = v == Py_None ? NULL : PyLong_AsVoidPtr(v);
+      return !a->p && PyErr_Occurred() ? -1 : 0;
+    case QB_ELEM_IN:
+    case QB_REAL_IN:
+      a->p = NULL;
+      if (v != Py_None) {
+        if (scalar_value(v, kd->code, store) < 0) return -1;
+        a->p = store;
+      }
+      return 0;
+    default: /* scalar results */
+      memset(store, 0, sizeof *store);
+      a->p = store;
+      return 0;
+  }
+}
+
+static int takes_input(int role) { return role >= QB_INT && role <= QB_REAL_IN; }
+
 /* Runs the export on `inputs`. Returns the list of outputs and stores the status, or
  * returns null with an exception set (with check, for a negative status as well). */
 static PyObject* run_export(Export* e, PyObject* const* inputs, Py_ssize_t n_inputs, int check,
@@ -636,43 +677,9 @@ static PyObject* run_export(Export* e, PyObject* const* inputs, Py_ssize_t n_inp
         if (!a[i].h && input_handle(c, v, kd, e, &a[i].h, &held[i], &bytes_in) < 0) goto cleanup;
         break;
       }
-      case QB_OUT:
-      case QB_WORK: {
-        int32_t kept;
-        if (!(a[i].h = take(c, kd->code, kd->rank, &kept))) goto cleanup;
-        held[i] = kept;
-        break;
-      }
-      case QB_IGNORED:
-        a[i].h = NULL;
-        break;
-      case QB_INT:
-      case QB_UINT:
-        if (int_value(inputs[k++], &a[i].u) < 0) goto cleanup;
-        break;
-      case QB_REAL:
-      case QB_ELEM:
-        if (scalar_value(inputs[k++], kd->code, &a[i]) < 0) goto cleanup;
-        break;
-      case QB_MODULE: {
-        PyObject* v = inputs[k++];
-        a[i].p = v == Py_None ? NULL : PyLong_AsVoidPtr(v);
-        if (!a[i].p && PyErr_Occurred()) goto cleanup;
-        break;
-      }
-      case QB_ELEM_IN:
-      case QB_REAL_IN: {
-        PyObject* v = inputs[k++];
-        a[i].p = NULL;
-        if (v != Py_None) {
-          if (scalar_value(v, kd->code, &store[i]) < 0) goto cleanup;
-          a[i].p = &store[i];
-        }
-        break;
-      }
-      default: /* scalar results */
-        memset(&store[i], 0, sizeof store[i]);
-        a[i].p = &store[i];
+      default:
+        if (plain_arg(c, kd, takes_input(kd->role) ? inputs[k++] : NULL, &a[i], &store[i], &held[i]) < 0)
+          goto cleanup;
         break;
     }
   }
@@ -937,6 +944,256 @@ static PyTypeObject OpType = {
 
 /* ---- Module -------------------------------------------------------------------------- */
 
+/* ---- Stacks ---------------------------------------------------------------------------- */
+
+/* One export over a stack of matrices, the same handles for every matrix. */
+typedef struct {
+  const QbRow* row;
+  void* fn;
+  QbArg* a;
+  QbArg* store;
+  const char** src;  /* array inputs: the stack's elements */
+  char** dst;        /* outputs: the stacked result's elements */
+  size_t* step;      /* bytes per matrix of each array input */
+  size_t* out_step;  /* bytes per matrix of each output */
+  int32_t (*in_shape)[2];
+  int32_t (*shape)[2];  /* each output's sizes for the first matrix */
+} StackRun;
+
+/* Copies matrix m's inputs into their handles; an in-place argument gets its sizes (and
+ * elements) back first. 0 when the host refuses that resize. */
+static int stack_in(const StackRun* r, Py_ssize_t m) {
+  for (int i = 0; i < r->row->nargs; ++i) {
+    const QbKind* kd = &r->row->args[i];
+    if ((kd->role != QB_IN && kd->role != QB_INOUT) || !r->a[i].h) continue;
+    if (kd->role == QB_INOUT) {
+      const int64_t n = (int64_t)r->in_shape[i][0] * (kd->rank == 2 ? r->in_shape[i][1] : 1);
+      if (count_of(r->a[i].h, kd->rank) != n && host_resize(kd->code, kd->rank, &r->a[i].h, (int32_t)n) != 0)
+        return 0;
+      int32_t* s = sizes_of(r->a[i].h);
+      s[0] = r->in_shape[i][0];
+      if (kd->rank == 2) s[1] = r->in_shape[i][1];
+    }
+    if (r->step[i])
+      memcpy((char*)*r->a[i].h + elem_offset(kd->code, kd->rank), r->src[i] + m * r->step[i], r->step[i]);
+  }
+  return 1;
+}
+
+/* Copies matrix m's outputs into the stacked results; 0 when an output's sizes differ
+ * from the first matrix's. */
+static int stack_out(const StackRun* r, Py_ssize_t m) {
+  for (int i = 0; i < r->row->nargs; ++i) {
+    const QbKind* kd = &r->row->args[i];
+    if (kd->role == QB_OUT || (kd->role == QB_INOUT && r->a[i].h)) {
+      const int32_t* s = sizes_of(r->a[i].h);
+      if (s[0] != r->shape[i][0] || (kd->rank == 2 && s[1] != r->shape[i][1])) return 0;
+      if (r->out_step[i])
+        memcpy(r->dst[i] + m * r->out_step[i], (char*)*r->a[i].h + elem_offset(kd->code, kd->rank),
+               r->out_step[i]);
+    } else if (kd->role >= QB_ELEM_OUT) {
+      memcpy(r->dst[i] + m * r->out_step[i], &r->store[i], r->out_step[i]);
+    }
+  }
+  return 1;
+}
+
+/* Runs matrices m, m + 1, ... up to `end` or the first nonzero status (*status) or
+ * changed output sizes (*bad). Returns the next matrix to run: the failing one for a
+ * negative status or changed sizes, the one after for a positive status. */
+static Py_ssize_t stack_range(const StackRun* r, Py_ssize_t m, Py_ssize_t end, int32_t* status, int* bad) {
+  for (; m < end; ++m) {
+    const int32_t st = stack_in(r, m) ? r->row->call(r->fn, r->a) : StatusOutOfMemory;
+    if (st < 0) {
+      *status = st;
+      return m;
+    }
+    if (!stack_out(r, m)) {
+      *bad = 1;
+      return m;
+    }
+    if (st > 0) {
+      *status = st;
+      return m + 1;
+    }
+  }
+  return m;
+}
+
+/* The stacked results, shaped (count, *the first matrix's output shape). */
+static int stack_results(StackRun* r, Py_ssize_t count, PyObject** outs) {
+  for (int i = 0; i < r->row->nargs; ++i) {
+    const QbKind* kd = &r->row->args[i];
+    npy_intp dims[3] = {count, 0, 0};
+    int nd = 1, code = kd->code;
+    if (kd->role == QB_OUT || (kd->role == QB_INOUT && r->a[i].h)) {
+      const int32_t* s = sizes_of(r->a[i].h);
+      r->shape[i][0] = s[0] > 0 ? s[0] : 0;
+      r->shape[i][1] = kd->rank == 2 && s[1] > 0 ? s[1] : 0;
+      dims[1] = r->shape[i][0];
+      dims[2] = r->shape[i][1];
+      nd += kd->rank;
+    } else if (kd->role >= QB_ELEM_OUT) {
+      if (kd->role == QB_INT_OUT) code = 3;
+    } else {
+      continue;
+    }
+    outs[i] = PyArray_SimpleNew(nd, dims, kNpyType[code_index(code)]);
+    if (!outs[i]) return -1;
+    r->dst[i] = PyArray_DATA((PyArrayObject*)outs[i]);
+    r->out_step[i] = (size_t)kElemSize[code_index(code)] * (nd == 1 ? 1 : (size_t)dims[1] * (nd == 3 ? dims[2] : 1));
+  }
+  return 0;
+}
+
+static int stack_warned(PyObject* warned, Py_ssize_t m, int32_t status) {
+  PyObject* t = Py_BuildValue("(ni)", m, (int)status);
+  if (!t) return -1;
+  const int rc = PyList_Append(warned, t);
+  Py_DECREF(t);
+  return rc;
+}
+
+/* stack(export, count, inputs) -> (outputs, warned): the export run on each of `count`
+ * matrices with the same handles. An array input is a C-contiguous native array of the
+ * export's element type shaped (count, *one call's shape); every other input goes to each
+ * call as it is. Each output comes back shaped (count, *its shape for the first matrix),
+ * which every later matrix must keep; scalar results as (count,) arrays. warned lists
+ * (matrix, status) of the positive statuses; the first negative one raises
+ * QuarzError(status, name, matrix). The GIL is released after the first matrix when the
+ * stack's inputs are large. */
+static PyObject* stack(PyObject* module, PyObject* args) {
+  (void)module;
+  PyObject *eobj, *inputs;
+  Py_ssize_t count;
+  if (!PyArg_ParseTuple(args, "O!nO!", &ExportType, &eobj, &count, &PyTuple_Type, &inputs)) return NULL;
+  Export* e = (Export*)eobj;
+  const QbRow* row = e->row;
+  if (PyTuple_GET_SIZE(inputs) != e->n_inputs || count < 1) {
+    PyErr_Format(PyExc_TypeError, "%U takes %d inputs and a stack of at least one matrix", e->name, e->n_inputs);
+    return NULL;
+  }
+  Cache* c = thread_cache();
+  if (!c) return NULL;
+  Py_INCREF(c);
+  QbArg a[kMaxArgs], store[kMaxArgs];
+  const char* src[kMaxArgs];
+  char* dst[kMaxArgs];
+  size_t step[kMaxArgs], out_step[kMaxArgs];
+  int32_t in_shape[kMaxArgs][2], shape[kMaxArgs][2];
+  int64_t held[kMaxArgs];
+  PyObject* outs[kMaxArgs] = {NULL};
+  StackRun r = {row, e->fn, a, store, src, dst, step, out_step, in_shape, shape};
+  PyObject *result = NULL, *warned = PyList_New(0);
+  Py_ssize_t bytes_in = 0;
+  int prepared = 0, k = 0;
+  if (!warned) goto cleanup;
+  for (int i = 0; i < row->nargs; ++i) {
+    const QbKind* kd = &row->args[i];
+    prepared = i + 1;
+    a[i].h = NULL;
+    held[i] = -1;
+    step[i] = 0;
+    switch (kd->role) {
+      case QB_IN:
+      case QB_INOUT: {
+        PyObject* v = PyTuple_GET_ITEM(inputs, k++);
+        if (v == Py_None) break;
+        PyArrayObject* arr = (PyArrayObject*)v;
+        if (!PyArray_Check(v) || PyArray_NDIM(arr) != kd->rank + 1 || PyArray_DIM(arr, 0) != count ||
+            PyArray_TYPE(arr) != kNpyType[code_index(kd->code)] || !PyArray_ISNOTSWAPPED(arr) ||
+            !PyArray_IS_C_CONTIGUOUS(arr) || !PyArray_ISALIGNED(arr)) {
+          PyErr_Format(PyExc_ValueError, "%U: a stacked input is a C-contiguous (count, ...) array of the element type",
+                       e->name);
+          goto cleanup;
+        }
+        const npy_intp* dims = PyArray_DIMS(arr) + 1;
+        const int64_t n = (int64_t)dims[0] * (kd->rank == 2 ? dims[1] : 1);
+        if (dims[0] > INT32_MAX || (kd->rank == 2 && dims[1] > INT32_MAX) || n > INT32_MAX) {
+          PyErr_Format(PyExc_MemoryError, "%U: a host array holds at most 2**31 - 1 elements", e->name);
+          goto cleanup;
+        }
+        int32_t kept;
+        if (!(a[i].h = take(c, kd->code, kd->rank, &kept))) goto cleanup;
+        held[i] = kept;
+        if (kept != n && host_resize(kd->code, kd->rank, &a[i].h, (int32_t)n) != 0) {
+          raise_status(StatusOutOfMemory, e->name);
+          goto cleanup;
+        }
+        held[i] = n;
+        int32_t* s = sizes_of(a[i].h);
+        s[0] = in_shape[i][0] = (int32_t)dims[0];
+        in_shape[i][1] = kd->rank == 2 ? (int32_t)dims[1] : 1;
+        if (kd->rank == 2) s[1] = in_shape[i][1];
+        src[i] = PyArray_DATA(arr);
+        step[i] = (size_t)n * kElemSize[code_index(kd->code)];
+        bytes_in += (Py_ssize_t)(step[i] * (size_t)count);
+        break;
+      }
+      default:
+        if (plain_arg(c, kd, takes_input(kd->role) ? PyTuple_GET_ITEM(inputs, k++) : NULL, &a[i], &store[i],
+                      &held[i]) < 0)
+          goto cleanup;
+        break;
+    }
+  }
+
+  /* The first matrix fixes the output shapes; the rest run without the GIL if large. */
+  int32_t status = stack_in(&r, 0) ? row->call(e->fn, a) : StatusOutOfMemory;
+  Py_ssize_t m = 0;
+  int bad = 0;
+  if (status >= 0) {
+    if (stack_results(&r, count, outs) < 0) goto cleanup;
+    stack_out(&r, 0);
+    if (status > 0 && stack_warned(warned, 0, status) < 0) goto cleanup;
+    m = 1;
+  }
+  while (status >= 0 && m < count) {
+    status = 0;
+    if (bytes_in >= kReleaseGilFrom) {
+      Py_BEGIN_ALLOW_THREADS
+      m = stack_range(&r, m, count, &status, &bad);
+      Py_END_ALLOW_THREADS
+    } else {
+      m = stack_range(&r, m, count, &status, &bad);
+    }
+    if (bad) {
+      PyErr_Format(PyExc_ValueError, "%U: the outputs of matrix %zd differ in shape from the first's", e->name, m);
+      goto cleanup;
+    }
+    if (status > 0 && stack_warned(warned, m - 1, status) < 0) goto cleanup;
+  }
+  if (status < 0) {
+    PyObject* err = PyObject_CallFunction(quarz_error, "iOn", (int)status, e->name, m);
+    if (err) {
+      PyErr_SetObject((PyObject*)Py_TYPE(err), err);
+      Py_DECREF(err);
+    }
+    goto cleanup;
+  }
+  PyObject* list = PyList_New(e->n_outputs);
+  if (!list) goto cleanup;
+  for (int i = 0, o = 0; i < row->nargs; ++i) {
+    if (!outs[i]) continue;
+    PyList_SET_ITEM(list, o++, outs[i]);
+    outs[i] = NULL;
+  }
+  result = Py_BuildValue("(NO)", list, warned);
+
+cleanup:
+  for (int i = 0; i < prepared; ++i) {
+    const QbKind* kd = &row->args[i];
+    Py_XDECREF(outs[i]);
+    if (kd->role > QB_WORK || kd->role == QB_IGNORED || !a[i].h) continue;
+    if (kd->role == QB_OUT || kd->role == QB_INOUT) held[i] = count_of(a[i].h, kd->rank) > 0 ? count_of(a[i].h, kd->rank) : -1;
+    if (kd->role == QB_WORK) held[i] = -1;
+    give(c, kd->code, kd->rank, a[i].h, held[i]);
+  }
+  Py_XDECREF(warned);
+  Py_DECREF(c);
+  return result;
+}
+
 static PyObject* exports_by_name; /* name -> Export, filled by bind() */
 
 static int count_role(const QbRow* row, int inputs) {
@@ -1109,6 +1366,7 @@ static PyMethodDef methods[] = {
     {"bind", bind, METH_VARARGS, "bind(library_handle, runtime_handle, check_status, QuarzError)"},
     {"op", make_op, METH_VARARGS, "op(name, first_only=False)"},
     {"probe", probe, METH_O, "probe(address): a stand-in export with every argument role, for tests"},
+    {"stack", stack, METH_VARARGS, "stack(export, count, inputs) -> (outputs, [(matrix, status)])"},
     {"held", held, METH_NOARGS, "held() -> (handles, bytes) kept for reuse by all threads"},
     {"release", release, METH_NOARGS, "release(): frees this thread's kept handles"},
     {"host_layout", (PyCFunction)(void (*)(void))host_layout, METH_FASTCALL,

@@ -12,11 +12,13 @@ Two layers:
 operation in the element type of its inputs. The libraries are found through
 QUARZ_LINALG_LIBDIR, else <repo>/build, else the system loader path; the calls go through
 the compiled bridge built beside them (BRIDGE_PATH), else through ctypes
-(QUARZ_LINALG_BRIDGE=0 chooses ctypes, =1 insists on the bridge). With the bridge, numpy
-arrays allocated after the import in the importing thread are read by the exports in place
-(`host_layout`; QUARZ_LINALG_HOST_LAYOUT=0 turns that off).
+(QUARZ_LINALG_BRIDGE=0 chooses ctypes, =1 insists on the bridge). The import leaves numpy's
+allocator alone; with the bridge, `with host_layout():` (or set_host_layout(True), or
+QUARZ_LINALG_HOST_LAYOUT=1 at import) lays out numpy arrays allocated in that context so
+that the exports read them in place.
 """
-from ._library import KORT_PATH, LIB_DIR, LIB_PATH, KIND_TABLE, KIND_TABLE_PATH, kort, lib, host_layout
+from ._library import (KORT_PATH, LIB_DIR, LIB_PATH, KIND_TABLE, KIND_TABLE_PATH, kort, lib, host_layout,
+                       set_host_layout)
 from ._status import QuarzError, QuarzWarning, STATUS_CODES, STATUS_NAMES, status_name
 from ._host import (HostArray, LETTERS, INT32_CODE, element_offset, letter_of, type_code,
                     live_handles, live_bytes, resize_count, fail_resize_at)
@@ -42,6 +44,7 @@ __version__ = KIND_TABLE.get("version", "0.0.0")
 
 __all__ = [
     "QuarzError", "QuarzWarning", "raw", "invoke", "op", "HostArray", "OPTIONS", "host_layout",
+    "set_host_layout",
     "dot", "norm", "mean", "rms", "matmul", "matvec", "vecmat", "outer", "kron",
     "transpose", "trace", "special", "lu", "cholesky", "det", "solve",
     "svd", "matrix_norm", "cond", "matrix_rank", "inv", "pinv", "lstsq", "matrix_power",

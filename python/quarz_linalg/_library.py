@@ -19,6 +19,7 @@ import hashlib
 import importlib
 import importlib.machinery
 import json
+import contextlib
 import os
 import sys
 import warnings
@@ -193,20 +194,34 @@ def _load_bridge():
 bridge = _load_bridge()
 BRIDGE_PATH = Path(bridge.__file__) if bridge is not None else None
 
-# With the bridge, numpy arrays allocated from now on in the importing thread's context get
-# a host block's sizes slot in front of their elements, so that the exports read them in
-# place (host_layout). QUARZ_LINALG_HOST_LAYOUT=0 leaves numpy's allocation alone.
+# Opt-in only: with the bridge and QUARZ_LINALG_HOST_LAYOUT=1, numpy arrays allocated from
+# now on in the importing thread's context get a host block's sizes slot in front of their
+# elements, so that the exports read them in place (set_host_layout). By default numpy's
+# allocation is left alone.
 HOST_LAYOUT_ENV = "QUARZ_LINALG_HOST_LAYOUT"
-if bridge is not None and os.environ.get(HOST_LAYOUT_ENV, "1") != "0":
+if bridge is not None and os.environ.get(HOST_LAYOUT_ENV, "0") == "1":
     bridge.host_layout(True)
 
 
-def host_layout(enable=None):
+def set_host_layout(enable=None):
     """Whether numpy arrays allocated from now on in this thread (this context) are laid
     out so that the exports read them without a copy: numpy's default allocator then puts
-    16 bytes in front of every array's elements, which stay 16-byte aligned. `enable`
-    switches it for the current context; a thread starts without it, and a memory handler
-    someone else installed is never replaced. Always False without the compiled bridge."""
+    16 bytes in front of every array's elements, which stay 16-byte aligned. Off unless
+    switched on; `enable` switches it for the current context and the new state is
+    returned. A thread starts without it, and a memory handler someone else installed is
+    never replaced. Always False without the compiled bridge."""
     if bridge is None:
         return False
     return bridge.host_layout(enable)
+
+
+@contextlib.contextmanager
+def host_layout(enable=True):
+    """`with host_layout():` numpy arrays allocated inside the block (in this context) are
+    read by the exports in place; the previous state comes back on leaving. Yields whether
+    the layout is on."""
+    before = set_host_layout()
+    try:
+        yield set_host_layout(enable)
+    finally:
+        set_host_layout(before)

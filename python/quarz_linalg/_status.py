@@ -12,12 +12,15 @@ def status_name(code):
 class _StatusReport:
     """The status, its name and the export that returned it, shared by both kinds."""
 
-    def __init__(self, status, export=None):
+    def __init__(self, status, export=None, index=None):
         self.status = int(status)
         self.name = status_name(self.status)
         self.export = export
+        # In a stack: the matrix's index (an error), or the list of those that warned.
+        self.index = index
         where = f"{export}: " if export else ""
-        super().__init__(f"{where}{self.name} ({self.status})")
+        at = "" if index is None else f" at matrix {index}"
+        super().__init__(f"{where}{self.name} ({self.status}){at}")
 
 
 class QuarzError(_StatusReport, Exception):

@@ -10,6 +10,7 @@ import numpy as np
 
 from ._exports import OPTIONS, invoke, op, option_value
 from ._host import letter_of
+from ._stack import ndim, stacked
 
 
 def _letter(*arrays):
@@ -57,7 +58,11 @@ def dot(x, y):
 
 def norm(x, p=2):
     """p-norm of a vector for any real p except 0 and NaN, with p = +-inf the largest /
-    smallest modulus. The result is real."""
+    smallest modulus. The result is real. A (..., N) stack gives the norms of its vectors
+    (numpy.linalg.norm(x, p, axis=-1)); matrix norms are matrix_norm's."""
+    x, rank = ndim(x)
+    if rank > 1:
+        return stacked(_letter(x) + "VectorNormH", (x, p), (1, None))[0]
     x = _vec(x)
     return _run("VectorNormH", _letter(x), x, p)[0]
 
@@ -165,27 +170,45 @@ def lu(a):
 def cholesky(a, lower=True):
     """Cholesky factor of a symmetric / Hermitian positive definite matrix: L with
     A = L L^H (lower=True, reads the lower triangle) or U with A = U^H U (reads the upper
-    triangle)."""
-    a = _mat(a)
+    triangle). Unlike numpy (which reads the lower triangle only) `lower` picks the
+    triangle read and returned. Stacks (..., N, N) as numpy; a matrix that is not
+    positive definite raises QuarzError (its .index in the stack) where numpy raises
+    LinAlgError."""
+    a, rank = ndim(a)
     triangle = OPTIONS["CholeskyTriangle"]["lower" if lower else "upper"]
+    if rank > 2:
+        return stacked(_letter(a) + "CholeskyH", (a, triangle), (2, None))[0]
+    a = _mat(a)
     return _run("CholeskyH", _letter(a), a, triangle)[0]
 
 
 def det(a, kind="general"):
     """Determinant; kind: a name of OPTIONS["DeterminantMatrix"] (general: LU,
-    positive_definite: Cholesky, upper / lower: product of the diagonal) or its number."""
-    return _det(a, _option(_DET_KINDS, "DeterminantMatrix", kind))
+    positive_definite: Cholesky, upper / lower: product of the diagonal) or its number.
+    Stacks (..., N, N) as numpy. An exact zero pivot gives 0 as in numpy; kind
+    "positive_definite" on a matrix that is not raises QuarzError."""
+    a, rank = ndim(a)
+    code = _option(_DET_KINDS, "DeterminantMatrix", kind)
+    if rank > 2:
+        return stacked(_letter(a) + "DeterminantH", (a, code), (2, None))[0]
+    return _det(a, code)
 
 
 def solve(a, y, kind="general"):
     """Solves A x = y for a 1-D y, or A X = Y for a 2-D Y (one right-hand side per
     column). kind: a name of OPTIONS["LinEqMatrix"] (general, positive_definite: only the
     lower triangle of A is read and for complex A the kernel works with its plain
-    transpose; lower, upper: only that triangle is read) or its number."""
+    transpose; lower, upper: only that triangle is read) or its number.
+    Stacks as numpy 1.x (Debian 12's 1.24): A is (..., M, M); y is a stack of vectors
+    (..., M) when it has exactly one dimension less than A, else of matrices (..., M, K);
+    the leading dimensions broadcast. A singular matrix raises QuarzError (with its .index
+    in a stack) where numpy raises LinAlgError, and so does non-finite input."""
     code = _option(_LIN_EQ_KINDS, "LinEqMatrix", kind)
-    try:
-        vector = y.ndim == 1
-    except AttributeError:
-        y = np.asarray(y)
-        vector = y.ndim == 1
+    a, rank_a = ndim(a)
+    y, rank_y = ndim(y)
+    if rank_a > 2 or rank_y > 2:
+        vector = rank_y == rank_a - 1
+        name = _letter(a, y) + ("LinEqH" if vector else "LinEqSetH")
+        return stacked(name, (a, y, code), (2, 1 if vector else 2, None))[0]
+    vector = rank_y == 1
     return (_lin_eq if vector else _lin_eq_set)(a, y, code)

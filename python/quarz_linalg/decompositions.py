@@ -4,6 +4,7 @@ import numpy as np
 
 from ._exports import OPTIONS, invoke, option_value
 from ._host import letter_of
+from ._stack import ndim, stacked
 
 
 def _mat(a):
@@ -20,12 +21,17 @@ def qr(a, mode="full", pivoting=False):
     """QR factorization as scipy.linalg.qr: mode "full" (Q m x m, R m x n), "economic"
     (Q m x k, R k x n) or "r" (R alone, k x n; returned as the 1-tuple (R,)). With
     pivoting=True a last element P (int32) is added: A[:, P] = Q @ R, with |diag(R)|
-    non-increasing."""
-    a, letter = _mat(a)
+    non-increasing. Stacks (..., M, N) are accepted (numpy.linalg.qr's stacking with
+    scipy's modes); Q and R agree with scipy's up to the signs (phases) of R's rows."""
+    a, rank = ndim(a)
     if mode not in _QR_MODES:
         raise ValueError(f"mode must be one of {', '.join(_QR_MODES)}")
     size = OPTIONS["QRSize"][_QR_MODES[mode]]
-    q, r, _, piv = invoke(letter + "QRH", a, 1 if pivoting else 0, size)[1]
+    if rank > 2:
+        q, r, _, piv = stacked(letter_of(a.dtype) + "QRH", (a, 1 if pivoting else 0, size), (2, None, None))
+    else:
+        a, letter = _mat(a)
+        q, r, _, piv = invoke(letter + "QRH", a, 1 if pivoting else 0, size)[1]
     out = (r,) if mode == "r" else (q, r)
     return out + (piv,) if pivoting else out
 
