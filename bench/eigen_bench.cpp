@@ -1,5 +1,5 @@
-// dSymEigenVH and dEigenVH with eigenvectors against direct dsyevr / dgeev calls on the
-// same data, in the same run.
+// dSymEigenVH, dEigenVH and dGenEigenVH with eigenvectors against direct dsyevr /
+// dgeev / dggev calls on the same data, in the same run.
 //
 // The direct side copies the matrix into its own buffer with memcpy on every iteration
 // (the drivers overwrite their input) and reuses workspace it queried once before the
@@ -92,6 +92,46 @@ void BM_direct_dgeev(benchmark::State& state) {
   }
 }
 
+// The pencil (A, B) of two random general matrices, right eigenvectors.
+void BM_dGenEigenVH(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  auto a = qt::Mat(n, n, qt::RandomValues<double>(size_t(n) * n, 33));
+  auto b = qt::Mat(n, n, qt::RandomValues<double>(size_t(n) * n, 34));
+  auto v = qt::Mat<C>(n, n);
+  auto w = qt::Vec(std::vector<C>(n));
+  auto work = qt::Vec<double>({});
+  for (auto _ : state) {
+    if (dGenEigenVH(a, b, QuarzEigenOutputVectors, w, v, work, nullptr) != StatusOk) {
+      state.SkipWithError("dGenEigenVH failed");
+    }
+    benchmark::DoNotOptimize(v.data()[0]);
+  }
+}
+
+void BM_direct_dggev(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  const std::vector<double> a = qt::RandomValues<double>(size_t(n) * n, 33);
+  const std::vector<double> b = qt::RandomValues<double>(size_t(n) * n, 34);
+  std::vector<double> ac(a.size()), bc(b.size()), vl(a.size()), ar(n), ai(n), beta(n);
+  double qwork;
+  ql::kernel::ggev('V', 'N', n, ac.data(), n, bc.data(), n, ar.data(), ai.data(), beta.data(), vl.data(), n, nullptr, n,
+                   &qwork, -1, nullptr);
+  std::vector<double> work(static_cast<size_t>(qwork));
+  for (auto _ : state) {
+    std::memcpy(ac.data(), a.data(), sizeof(double) * a.size());
+    std::memcpy(bc.data(), b.data(), sizeof(double) * b.size());
+    if (ql::kernel::ggev('V', 'N', n, ac.data(), n, bc.data(), n, ar.data(), ai.data(), beta.data(), vl.data(), n,
+                         nullptr, n, work.data(), int(work.size()), nullptr) != 0) {
+      state.SkipWithError("dggev failed");
+    }
+    benchmark::DoNotOptimize(vl[0]);
+  }
+}
+
+BENCHMARK(BM_dSymEigenVH)->Arg(64)->Arg(256)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_direct_dsyevr)->Arg(64)->Arg(256)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_dGenEigenVH)->Arg(4)->Arg(16)->Arg(64)->Arg(256)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_direct_dggev)->Arg(4)->Arg(16)->Arg(64)->Arg(256)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_dSymEigenVH)->Arg(4)->Arg(16)->Arg(1000)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_direct_dsyevr)->Arg(4)->Arg(16)->Arg(1000)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_dEigenVH)->Arg(4)->Arg(16)->Arg(500)->Unit(benchmark::kMicrosecond);

@@ -14,6 +14,10 @@ PAIRS = {
     "BM_dLUH": "BM_direct_dgetrf",
     "BM_dDeterminantH": "BM_direct_dgetrf",
     "BM_MtrxMulH<double>": "BM_gemm<double>",
+    "BM_dSymEigenVH": "BM_direct_dsyevr",
+    "BM_dGenEigenVH": "BM_direct_dggev",
+    "BM_dLSEqH": "BM_direct_dgelsd",
+    "BM_dLSEqSVH": "BM_direct_dgelsd",
 }
 
 

@@ -1,4 +1,4 @@
-// dSVDH (full vectors), dInvMtrxH (general) and dLSEqH (the divide-and-conquer driver)
+// dSVDH (full vectors), dInvMtrxH (general), dLSEqH and dLSEqSVH (the divide-and-conquer driver)
 // against direct dgesdd, dgetrf + dgetri and dgelsd calls on the same data.
 //
 // The direct sides keep their data column-major and copy it into the kernel's buffer
@@ -108,6 +108,23 @@ void BM_dLSEqH(benchmark::State& state) {
   }
 }
 
+// The same problem through the export that also returns the singular values and rank.
+void BM_dLSEqSVH(benchmark::State& state) {
+  const int m = static_cast<int>(state.range(0)), n = static_cast<int>(state.range(1));
+  auto a = qt::Mat(m, n, qt::RandomValues<double>(size_t(m) * n, 41));
+  auto y = qt::Mat(m, 1, qt::RandomValues<double>(m, 42)), x = qt::Mat<double>(n, 1);
+  auto s = qt::Vec(std::vector<double>(std::min(m, n)));
+  auto work = qt::Vec<double>({}), refineWork = qt::Vec<double>({});
+  auto iwork = qt::Vec<int32_t>({});
+  int32_t rank = 0;
+  for (auto _ : state) {
+    if (dLSEqSVH(a, y, -1.0, x, s, &rank, work, iwork, refineWork) != StatusOk) {
+      state.SkipWithError("dLSEqSVH failed");
+    }
+    benchmark::DoNotOptimize(x.data()[0]);
+  }
+}
+
 void BM_direct_dgelsd(benchmark::State& state) {
   const int m = static_cast<int>(state.range(0)), n = static_cast<int>(state.range(1));
   const std::vector<double> a0 = qt::RandomValues<double>(size_t(m) * n, 41), y = qt::RandomValues<double>(m, 42);
@@ -137,6 +154,14 @@ BENCHMARK(BM_direct_dgesdd_full)->Arg(4)->Arg(16)->Arg(64)->Arg(256)->Arg(512)->
 BENCHMARK(BM_dInvMtrxH)->Arg(4)->Arg(16)->Arg(1024)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_direct_dgetrf_dgetri)->Arg(4)->Arg(16)->Arg(1024)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_dLSEqH)->Args({4, 4})->Args({16, 16})->Args({1000, 200})->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_dLSEqSVH)
+    ->Args({4, 4})
+    ->Args({16, 16})
+    ->Args({64, 64})
+    ->Args({256, 256})
+    ->Args({1000, 200})
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_direct_dgelsd)->Args({64, 64})->Args({256, 256})->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_direct_dgelsd)->Args({4, 4})->Args({16, 16})->Args({1000, 200})->Unit(benchmark::kMicrosecond);
 
 }  // namespace

@@ -24,13 +24,15 @@ def lstsq(a, b, rcond=None, *, refine=False):
     rcond as numpy's: singular values at or below rcond * s_max count as zero; None gives
     numpy's default max(M, N) * eps. Differences from numpy:
     - a negative rcond means the default max(M, N) * eps (numpy: eps alone);
+    - a 1-D b is solved as the single column of a 2-D one;
     - a rank below min(M, N) also issues a QuarzWarning (status 20001); x stays valid;
     - refine=True solves through the SVD with one step of iterative refinement and the
-      default cutoff (rcond is then not used). A 2-D b with more than max(M, N) / 4
+      default cutoff (rcond is then not used). A b with more than max(M, N) / 4
       columns always takes the SVD solver (one pass, rcond's cutoff) instead of the
       divide-and-conquer driver;
-    - s and rank come from a separate values-only SVD of a; rank is min(M, N) unless the
-      solver reported a deficiency, else the count of s above the cutoff;
+    - s and rank come from the solver's own run (one kernel pass): rank is the count of
+      singular values the solver kept (the divide-and-conquer driver reads a relative
+      cutoff max(M, N) * rcond of 1 or more as eps);
     - only 2-D a and 1-D or 2-D b (no stacks); an empty a or b raises QuarzError
       (-20003, or -20002 for a 1-D b whose length is not M); b is converted to a's
       element type.
@@ -45,20 +47,15 @@ def lstsq(a, b, rcond=None, *, refine=False):
     m, n = a.shape
     real = np.finfo(a.dtype).dtype
     tolerance = 0.0 if refine else _tolerance(rcond, m, n, real)
-    name = letter + ("LSEqH" if b.ndim == 1 else "LSEqSetH")
-    status, (x,) = invoke(name, a, b, tolerance, check=False)
+    name = letter + "LSEqSVH"
+    if b.ndim == 1 and b.shape[0] != m and a.size:
+        check_status(-20002, name)  # the length of a 1-D b, as LSEqH reports it
+    y = b if b.ndim == 2 else b.reshape(-1, 1)
+    status, (x, s, rank) = invoke(name, a, y, tolerance, check=False)
     check_status(status, name)
-    s = invoke(letter + "SVDH", a, 1, 0)[1][1]
-    k = min(m, n)
-    if status > 0:
-        eps = np.finfo(real).eps
-        relative = max(m, n) * (eps if tolerance <= 0 else tolerance)
-        driver = not refine and (b.ndim == 1 or 4 * b.shape[1] <= max(m, n))
-        if driver and relative >= 1:
-            relative = eps                 # as LAPACK's gelsd reads such a bound
-        rank = min(int(np.sum(s > relative * s[0])), k - 1)
-    else:
-        rank = k
+    rank = int(rank)
+    if b.ndim == 1:
+        x = x.reshape(n)
     if rank == n < m:
         r = b - a @ x
         residuals = np.sum((r * r.conj()).real, axis=0).astype(real)

@@ -50,7 +50,7 @@ def solve(a, b, rcond=None, refine=False, deficient=False):
 # Faults: X returned transposed or read with the wrong leading dimension, the complex
 # factors not conjugated, the wide case's solution not the minimum-norm one, the
 # refinement step's residual of the wrong sign, numpy's return shapes (residuals, rank,
-# s) not kept.
+# s) not kept, s not the singular values of a from either solver's run.
 @dtypes
 @pytest.mark.parametrize("m,n", [(9, 5), (5, 9), (6, 6), (1, 3)])
 def test_full_rank(dtype, m, n, rng):
@@ -62,15 +62,19 @@ def test_full_rank(dtype, m, n, rng):
     for what, a, rhs in (("random", random_array(rng, (m, n), dtype), lambda *s: random_array(rng, (m,) + s, dtype)),
                          ("ill-conditioned", ill, lambda *s: ill @ random_array(rng, (n,) + s, dtype))):
         y = rhs()
+        ref_s = np.linalg.svd(a.astype(wide(dtype)), compute_uv=False)
+        s_error = lambda s: np.max(np.abs(s - ref_s)) / (8 * max(m, n) * np.finfo(dtype).eps * ref_s[0])
         for refine in (False, True):
             x, res, rank, s = solve(a, y, refine=refine)
             check(x, a, y, k, (what, refine))
             ref = np.linalg.lstsq(a.astype(wide(dtype)), y.astype(wide(dtype)), rcond=None)
             assert rank == ref[2] == k and res.shape == ref[1].shape and s.shape == (k,)
+            assert s_error(s) <= 1, (what, refine)
         for cols in (1, 2, 3, 12):                                          # both solvers when max(m, n) >= 8
             y = rhs(cols)
-            x, res, rank, _ = solve(a, y)
+            x, res, rank, s = solve(a, y)
             check(x, a, y, k, (what, cols))
+            assert s_error(s) <= 1, (what, cols)
             assert res.shape == ((cols,) if m > n else (0,))
             if m > n and what == "random":
                 r = (y - a @ x).astype(wide(dtype))

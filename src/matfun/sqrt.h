@@ -16,26 +16,59 @@ namespace ql {
 
 namespace matfun {
 
+// Columns j0..j1-1 of row i of the upper triangular square root U of the row-major
+// n x n block t, in place, once every contribution Σ u_ik·u_kj with k outside that
+// span has been taken off t_ij and u_ii, u_jj are known: u_ij = (t_ij − Σ u_ik·u_kj over
+// i < k < j, j0 <= k) / (u_ii + u_jj), set to 0 when the numerator and the denominator
+// both have a squared modulus below the double epsilon, otherwise divided by Smith's
+// method. Left to right: when u_ik is known, its contributions to the rest of the span
+// are taken off at once, along row k of U (contiguous in the row-major block).
+template <class T>
+void SqrtRowSpan(T* t, int32_t n, int64_t i, int64_t j0, int64_t j1) {
+  T* row = t + i * n;
+  for (int64_t k = j0; k < j1; ++k) {
+    const T num = row[k], den = row[i] + t[k * n + k];
+    const bool both = SquaredModulus(num) < kCloseness && SquaredModulus(den) < kCloseness;
+    row[k] = both ? T(0) : SmithDivide(num, den);
+    if (k + 1 < j1 && row[k] != T(0)) {
+      kernel::axpy(static_cast<blasint>(j1 - k - 1), -row[k], t + k * n + k + 1, 1, row + k + 1, 1);
+    }
+  }
+}
+
 // The upper triangular square root U of the row-major upper triangular n x n block t, in
-// place (the strict lower part is not touched): u_jj = √t_jj and, above the diagonal,
-// u_ij = (t_ij − Σ u_ik·u_kj over i < k < j) / (u_ii + u_jj), set to 0 when the
-// numerator and the denominator both have a squared modulus below the double epsilon,
-// otherwise divided by Smith's method. Real data must have a positive diagonal.
+// place (the strict lower part is not touched): u_jj = √t_jj and the recurrence of
+// SqrtRowSpan above the diagonal. Real data must have a positive diagonal.
 //
-// Rows go from the bottom up and each row from left to right: when u_ik is known, its
-// contributions to every later entry of row i are taken off at once, along row k of U
-// (contiguous in the row-major block), so every numerator is complete when it is used.
+// In blocks of kSqrtBlock: block column by block column, the diagonal block by the
+// element recurrence (rows from the bottom up), then the blocks above it from the
+// bottom up. An off-diagonal block X = U_IJ solves U_II·X + X·U_JJ = T_IJ − U_IK·U_KJ
+// (K the rows between I and J): the product by gemm, then row by row from the bottom,
+// the rows of X already found times U_II's row by gemm, and the row's own span by the
+// element recurrence, so every numerator holds the same terms as unblocked.
 template <class T>
 void TriangularSqrt(T* t, int32_t n) {
-  for (int64_t i = n - 1; i >= 0; --i) {
-    T* row = t + i * n;
-    row[i] = ScalarSqrt(row[i]);
-    for (int64_t k = i + 1; k < n; ++k) {
-      const T num = row[k], den = row[i] + t[k * n + k];
-      const bool both = SquaredModulus(num) < kCloseness && SquaredModulus(den) < kCloseness;
-      row[k] = both ? T(0) : SmithDivide(num, den);
-      if (k + 1 < n && row[k] != T(0)) {
-        kernel::axpy(static_cast<blasint>(n - k - 1), -row[k], t + k * n + k + 1, 1, row + k + 1, 1);
+  constexpr int64_t kSqrtBlock = 48;
+  for (int64_t j0 = 0; j0 < n; j0 += kSqrtBlock) {
+    const int64_t j1 = std::min<int64_t>(j0 + kSqrtBlock, n), nj = j1 - j0;
+    for (int64_t i = j1 - 1; i >= j0; --i) {
+      t[i * n + i] = ScalarSqrt(t[i * n + i]);
+      SqrtRowSpan(t, n, i, i + 1, j1);
+    }
+    for (int64_t i1 = j0; i1 > 0; i1 -= kSqrtBlock) {
+      const int64_t i0 = std::max<int64_t>(i1 - kSqrtBlock, 0);
+      if (j0 > i1) {
+        kernel::gemm(CblasRowMajor, CblasNoTrans, CblasNoTrans, static_cast<blasint>(i1 - i0),
+                     static_cast<blasint>(nj), static_cast<blasint>(j0 - i1), T(-1), t + i0 * n + i1, n,
+                     t + i1 * n + j0, n, T(1), t + i0 * n + j0, n);
+      }
+      for (int64_t i = i1 - 1; i >= i0; --i) {
+        if (i + 1 < i1) {
+          kernel::gemm(CblasRowMajor, CblasNoTrans, CblasNoTrans, 1, static_cast<blasint>(nj),
+                       static_cast<blasint>(i1 - i - 1), T(-1), t + i * n + i + 1, n, t + (i + 1) * n + j0, n, T(1),
+                       t + i * n + j0, n);
+        }
+        SqrtRowSpan(t, n, i, j0, j1);
       }
     }
   }

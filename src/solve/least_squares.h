@@ -32,10 +32,12 @@ RealOf<T> LeastSquaresCutoff(RealOf<T> tolerance, int32_t m, int32_t n) {
 // right-hand sides, x the row-major n x k result. work receives A column-major, the
 // right-hand sides column-major with leading dimension max(m, n) (the driver returns
 // the n x k solution there), the singular values and the driver's workspaces; iwork
-// its integer workspace. The caller's frame empties both.
+// its integer workspace. The caller's frame empties both. When values is not null the
+// driver leaves the min(m, n) singular values there instead of in work, and *rankOut
+// (when not null) receives its effective rank.
 template <class T>
 Status GelsdSolve(const T* a, int32_t m, int32_t n, const T* b, int32_t k, RealOf<T> tolerance, T* x,
-                  ArrayHandle work, ArrayHandle iwork) {
+                  ArrayHandle work, ArrayHandle iwork, RealOf<T>* values = nullptr, int32_t* rankOut = nullptr) {
   using R = RealOf<T>;
   if (m < 1 || n < 1 || k < 1) return StatusEmptyInput;
   const int64_t mn = int64_t{m} * n, mk = int64_t{m} * k;
@@ -57,7 +59,7 @@ Status GelsdSolve(const T* a, int32_t m, int32_t n, const T* b, int32_t k, RealO
   WorkLayout<T> layout;
   const auto copyPiece = layout.template Add<T>(mn);
   const auto rhsPiece = layout.template Add<T>(int64_t{big} * k);
-  const auto valuesPiece = layout.template Add<R>(small);
+  const auto valuesPiece = layout.template Add<R>(values ? 0 : small);
   const auto workPiece = layout.template Add<T>(sizes.work);
   const auto rworkPiece = layout.template Add<R>(sizes.rwork);
   if (Status st = layout.Bind(work); st != StatusOk) return st;
@@ -72,11 +74,13 @@ Status GelsdSolve(const T* a, int32_t m, int32_t n, const T* b, int32_t k, RealO
   // zeroed all the same, so that no stale host data is ever in the buffer it works on.
   for (int64_t j = 0; m < big && j < k; ++j) std::fill(rhs + j * big + m, rhs + (j + 1) * big, T(0));
   // Every piece fits the host's int32 element count once Bind succeeded.
-  const lapack_int info = kernel::gelsd(m, n, k, copy, m, rhs, big, layout.Get(valuesPiece), rcond, &rank,
+  R* s = values ? values : layout.Get(valuesPiece);
+  const lapack_int info = kernel::gelsd(m, n, k, copy, m, rhs, big, s, rcond, &rank,
                                         layout.Get(workPiece), static_cast<lapack_int>(sizes.work),
                                         layout.Get(rworkPiece), iw);
   if (Status st = FromInfo(info, StatusNoConvergence); st != StatusOk) return st;
   TransposeCopy<T>(k, n, rhs, big, x, k);
+  if (rankOut) *rankOut = static_cast<int32_t>(rank);
   return rank < small ? WarnRankDeficient : StatusOk;
 }
 
@@ -87,10 +91,12 @@ Status GelsdSolve(const T* a, int32_t m, int32_t n, const T* b, int32_t k, RealO
 //
 // refineWork receives U (m x p), V (n x p), the residual (m x k) and the coefficients
 // Uᴴ·R (p x k), p = min(m, n), all row-major; values the p singular values; work and
-// iwork are SVDCompute's. The caller's frame empties all four.
+// iwork are SVDCompute's. The caller's frame empties all four, unless values is the
+// caller's output. *rankOut (when not null) receives the count of values kept.
 template <class T>
 Status RefinedSolve(const T* a, int32_t m, int32_t n, const T* b, int32_t k, RealOf<T> tolerance, int32_t passes,
-                    T* x, ArrayHandle work, ArrayHandle iwork, ArrayHandle refineWork, ArrayHandle values) {
+                    T* x, ArrayHandle work, ArrayHandle iwork, ArrayHandle refineWork, ArrayHandle values,
+                    int32_t* rankOut = nullptr) {
   using R = RealOf<T>;
   if (m < 1 || n < 1 || k < 1) return StatusEmptyInput;
   const int64_t mk = int64_t{m} * k;
@@ -118,6 +124,7 @@ Status RefinedSolve(const T* a, int32_t m, int32_t n, const T* b, int32_t k, Rea
   const R cutoff = LeastSquaresCutoff<T>(tolerance, m, n) * s[0];
   int32_t rank = 0;
   while (rank < p && s[rank] > cutoff) ++rank;
+  if (rankOut) *rankOut = rank;
   std::fill(x, x + int64_t{n} * k, T(0));
   for (int32_t pass = 0; pass < passes && rank > 0; ++pass) {
     std::memcpy(static_cast<void*>(r), b, sizeof(T) * size_t(mk));
@@ -149,12 +156,15 @@ Status LSEqH(ArrayHandle ah, ArrayHandle yh, RealOf<T> tolerance, ArrayHandle xh
   return GelsdSolve(a, m, n, y, 1, tolerance, x, work, iwork);
 }
 
-// As LSEqH for the k columns of Y, except that with a non-zero tolerance and more than
-// max(m, n) / 4 right-hand sides one pass of the SVD solver (with that tolerance)
-// replaces the kernel driver.
+// The k columns of Y: a tolerance of exactly 0 takes the SVD solver with two passes;
+// any other tolerance the kernel driver for at most max(m, n) / 4 right-hand sides, one
+// pass of the SVD solver (with that tolerance) for more. With report set, the singular
+// values of A from the same run go to sh (which the SVD solver then uses in place of
+// the values work handle) and the effective rank to *rank; both are required.
 template <class T>
-Status LSEqSetH(ArrayHandle ah, ArrayHandle yh, RealOf<T> tolerance, ArrayHandle xh, ArrayHandle work,
-                ArrayHandle iwork, ArrayHandle refineWork, ArrayHandle values) {
+Status LeastSquaresSet(ArrayHandle ah, ArrayHandle yh, RealOf<T> tolerance, ArrayHandle xh, ArrayHandle work,
+                       ArrayHandle iwork, ArrayHandle refineWork, ArrayHandle values, bool report = false,
+                       ArrayHandle sh = nullptr, int32_t* rank = nullptr) {
   const auto a0 = ReadMatrix<T>(ah);
   const auto y0 = ReadMatrix<T>(yh);
   const int32_t m = a0.rows, n = a0.cols, k = y0.cols;
@@ -162,11 +172,34 @@ Status LSEqSetH(ArrayHandle ah, ArrayHandle yh, RealOf<T> tolerance, ArrayHandle
   if (y0.rows != m) return StatusSizeMismatch;
   T* x;
   if (Status st = ResizeMatrix<T>(xh, n, k, &x); st != StatusOk) return st;
+  RealOf<T>* s = nullptr;
+  if (report) {
+    if (!rank) return StatusKernelError;
+    if (Status st = ResizeVector<RealOf<T>>(sh, std::min(m, n), &s); st != StatusOk) return st;
+  }
   const T* a = ReadMatrix<T>(ah).data;
   const T* y = ReadMatrix<T>(yh).data;
-  if (tolerance == 0) return RefinedSolve(a, m, n, y, k, tolerance, 2, x, work, iwork, refineWork, values);
-  if (int64_t{4} * k <= std::max(m, n)) return GelsdSolve(a, m, n, y, k, tolerance, x, work, iwork);
-  return RefinedSolve(a, m, n, y, k, tolerance, 1, x, work, iwork, refineWork, values);
+  if (tolerance != 0 && int64_t{4} * k <= std::max(m, n))
+    return GelsdSolve(a, m, n, y, k, tolerance, x, work, iwork, s, rank);
+  return RefinedSolve(a, m, n, y, k, tolerance, tolerance == 0 ? 2 : 1, x, work, iwork, refineWork,
+                      report ? sh : values, rank);
+}
+
+// As LSEqH for the k columns of Y, except that with a non-zero tolerance and more than
+// max(m, n) / 4 right-hand sides one pass of the SVD solver (with that tolerance)
+// replaces the kernel driver.
+template <class T>
+Status LSEqSetH(ArrayHandle ah, ArrayHandle yh, RealOf<T> tolerance, ArrayHandle xh, ArrayHandle work,
+                ArrayHandle iwork, ArrayHandle refineWork, ArrayHandle values) {
+  return LeastSquaresSet<T>(ah, yh, tolerance, xh, work, iwork, refineWork, values);
+}
+
+// LSEqSetH that also hands back, from the same run, the singular values of A (s, min(m,
+// n) of them, decreasing) and the effective rank.
+template <class T>
+Status LSEqSVH(ArrayHandle ah, ArrayHandle yh, RealOf<T> tolerance, ArrayHandle xh, ArrayHandle sh, int32_t* rank,
+               ArrayHandle work, ArrayHandle iwork, ArrayHandle refineWork) {
+  return LeastSquaresSet<T>(ah, yh, tolerance, xh, work, iwork, refineWork, nullptr, true, sh, rank);
 }
 
 }  // namespace ql
