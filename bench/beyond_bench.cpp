@@ -1,4 +1,4 @@
-// The operations beyond the documented set against the direct kernel calls on the same
+// The added operations (beyond the core set) against the direct kernel calls on the same
 // data: dCondEstimateH (general, 1-norm) against memcpy + getrf + gecon, and against
 // dCondNumberH, the exact condition number it replaces; dNullSpaceH (against gesdd with
 // full vectors: BM_direct_dgesdd_full of the SVD benchmarks); dHessenbergH (with Q) against gehrd + orghr; dBalanceH against gebal.
