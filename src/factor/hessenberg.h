@@ -16,32 +16,12 @@
 
 namespace ql {
 
-namespace hessenberg {
-
-// Transposes the n x n block a in place (a column-major result read row-major), in
-// 32 x 32 tiles so that both tiles of a swapped pair stay in cache.
-template <class T>
-void TransposeSquare(T* a, int32_t n) {
-  constexpr int64_t kTile = 32;
-  for (int64_t bi = 0; bi < n; bi += kTile) {
-    const int64_t ei = std::min<int64_t>(bi + kTile, n);
-    for (int64_t bj = bi; bj < n; bj += kTile) {
-      const int64_t ej = std::min<int64_t>(bj + kTile, n);
-      for (int64_t i = bi; i < ei; ++i) {
-        for (int64_t j = std::max(bj, i + 1); j < ej; ++j) std::swap(a[i * n + j], a[j * n + i]);
-      }
-    }
-  }
-}
-
-}  // namespace hessenberg
-
 // H (n x n) upper Hessenberg and, with vectors non-zero, the unitary Q (n x n; else
 // 0 x 0) with A = Q·H·Qᴴ. The kernel reduces the transpose of what it is given, so A is
-// copied column-major into H's block and reduced there, then H is zeroed below its
-// subdiagonal and turned back row-major. The work handle holds the reflectors' scalars
-// (n - 1, at least one), Q column-major while it is generated, and the larger of the two
-// routines' workspaces.
+// copied column-major into the work handle and reduced there; H is copied back row-major
+// and zeroed below its subdiagonal, then Q is generated in place of the reflectors and
+// copied back too. The work handle holds the reflectors' scalars (n - 1, at least one),
+// that n x n column-major block, and the larger of the two routines' workspaces.
 template <class T>
 Status HessenbergH(ArrayHandle ah, int32_t vectors, ArrayHandle hh, ArrayHandle qh, ArrayHandle work) {
   const auto a0 = ReadMatrix<T>(ah);
@@ -74,22 +54,21 @@ Status HessenbergH(ArrayHandle ah, int32_t vectors, ArrayHandle hh, ArrayHandle 
   const int64_t lwork = std::max(reduce.work, generate.work);
   WorkLayout<T> layout;
   const auto tauPiece = layout.template Add<T>(std::max(1, n - 1));
-  const auto qPiece = layout.template Add<T>(vectors ? nn : 0);
+  const auto fPiece = layout.template Add<T>(nn);
   const auto workPiece = layout.template Add<T>(lwork);
   if (Status s = layout.Bind(work); s != StatusOk) return s;
   T* tau = layout.Get(tauPiece);
   T* w = layout.Get(workPiece);
 
-  ToColumnMajor(ReadMatrix<T>(ah).data, n, n, h);
-  if (kernel::gehrd(n, 1, n, h, n, tau, w, static_cast<lapack_int>(lwork)) != 0) return StatusKernelError;
+  T* f = layout.Get(fPiece);
+  ToColumnMajor(ReadMatrix<T>(ah).data, n, n, f);
+  if (kernel::gehrd(n, 1, n, f, n, tau, w, static_cast<lapack_int>(lwork)) != 0) return StatusKernelError;
+  ToColumnMajor(f, n, n, h);
+  for (int64_t i = 2; i < n; ++i) std::fill(h + i * n, h + i * n + i - 1, T(0));
   if (vectors) {
-    T* qc = layout.Get(qPiece);
-    std::copy(h, h + nn, qc);
-    if (kernel::unghr(n, 1, n, qc, n, tau, w, static_cast<lapack_int>(lwork)) != 0) return StatusKernelError;
-    ToColumnMajor(qc, n, n, q);
+    if (kernel::unghr(n, 1, n, f, n, tau, w, static_cast<lapack_int>(lwork)) != 0) return StatusKernelError;
+    ToColumnMajor(f, n, n, q);
   }
-  for (int64_t j = 0; j < n; ++j) std::fill(h + j * n + std::min<int64_t>(j + 2, n), h + (j + 1) * n, T(0));
-  hessenberg::TransposeSquare(h, n);
   return StatusOk;
 }
 
