@@ -104,8 +104,9 @@ int LoadFrom(Platform& platform, LoaderState& state, const PathChar* directory) 
   return 1;
 }
 
-// The directory of the first loaded toolkit module. Only the first one found counts:
-// when its file name cannot be had, the configured directory is next.
+// The directory of the first loaded toolkit module (off Windows, then its private folder).
+// Only the first module found counts: when its file name cannot be had, the configured
+// directory is next.
 int LoadFromModuleDirectory(Platform& platform, LoaderState& state) {
   for (const PathChar* name : kPlatformNames.toolkit_modules) {
     PathChar path[kPathChars] = {};
@@ -117,7 +118,12 @@ int LoadFromModuleDirectory(Platform& platform, LoaderState& state) {
       case Platform::Lookup::kFound:
         path[kModulePathChars - 1] = 0;
         if (!ToDirectory(path) || !AppendSeparator(path)) return 0;
+#if defined(_WIN32)
         return LoadFrom(platform, state, path);
+#else
+        if (LoadFrom(platform, state, path)) return 1;
+        return Append(path, kPrivateFolder) && LoadFrom(platform, state, path);
+#endif
     }
   }
   return 0;

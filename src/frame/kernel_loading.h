@@ -2,7 +2,8 @@
 //
 // Attach sets the OpenMP runtime's duplicate-library switch KMP_DUPLICATE_LIB_OK to
 // TRUE, finds the toolkit's run-time directory (the directory of the first loaded
-// toolkit module, else the configured run-time directory plus its version folder), loads
+// toolkit module or, off Windows, its private folder quarz_linalg/, else the configured
+// run-time directory plus its version folder), loads
 // the OpenMP runtime and then the kernel from there, and binds the kernel's entries
 // (kernel/entries.h) from the loaded kernel. Detach unloads both and puts back a value of
 // the switch that attach replaced. Thread detach lets the kernel release the ending

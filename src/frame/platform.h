@@ -58,6 +58,10 @@ inline constexpr PlatformNames kPlatformNames = {
 inline constexpr PlatformNames kPlatformNames = {
     {"libquarz_fft.so", "libquarz_linalg.so", "libquarz_sparse.so", "libquarz_thread.so"},
     "libiomp5.so", "libquarz_core_130000.so", "13.0.0", '/'};
+// An installed library keeps the two modules in this folder beside it rather than in its
+// own directory, which is on the loader's default path, where a generic name such as
+// libiomp5.so belongs to whichever package shipped it first.
+inline constexpr const PathChar* kPrivateFolder = "quarz_linalg/";
 #endif
 
 }  // namespace ql

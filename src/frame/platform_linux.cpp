@@ -6,7 +6,8 @@
 // and libquarz_thread.so, matched by file name (a version suffix allowed) among the
 // loaded objects; the OpenMP
 // runtime is libiomp5.so and the kernel libquarz_core_130000.so (the build lays out both
-// beside the library as links to the system's libgomp and OpenBLAS). The configuration
+// beside the library as links to the system's libgomp and OpenBLAS; an installed library
+// has them in its folder quarz_linalg/, out of the loader's default path). The configuration
 // store is a key file, /etc/orvane/korvo-13.0.conf or the file named by
 // QUARZ_TOOLKIT_CONFIG, whose section [SOFTWARE\Orvane\Korvo\13.0\AddOns\Quarz Toolkit]
 // holds RunTimeDIR64=<directory>.
@@ -124,8 +125,8 @@ __attribute__((constructor)) void AttachOnLoad() {
   LinuxPlatform platform;
   if (ProcessAttach(platform, ProcessLoaderState()) == 0) {
     static const char text[] =
-        "libquarz_linalg: math kernel not found (libiomp5.so and libquarz_core_130000.so beside the library "
-        "or in the configured run-time directory); every operation returns -20999\n";
+        "libquarz_linalg: math kernel not found (libiomp5.so and libquarz_core_130000.so beside the library, "
+        "in its quarz_linalg/ folder or in the configured run-time directory); every operation returns -20999\n";
     ssize_t ignored = write(STDERR_FILENO, text, sizeof text - 1);
     (void)ignored;
   }

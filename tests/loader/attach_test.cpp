@@ -147,6 +147,8 @@ TEST_P(Locations, TriedInOrderAndNothingLeftLoadedOnFailure) {
 }
 
 const std::map<std::string, std::string> kOwn = {{"libquarz_linalg.so", "/q/libquarz_linalg.so"}};
+// An installed library's folder for the two modules, tried after its own directory.
+const std::string kPrivate = "/q/quarz_linalg/";
 
 INSTANTIATE_TEST_SUITE_P(Loader, Locations, ::testing::Values(
     LocationCase{"OwnDirectoryThenUnloadKernelFirst", kOwn, false, true, "", {"/q/" + kOmp, "/q/" + kCore}, "", 1,
@@ -163,17 +165,25 @@ INSTANTIATE_TEST_SUITE_P(Loader, Locations, ::testing::Values(
                   "unload /rt/13.0.0/" + kOmp}},
     LocationCase{"ConfiguredWithoutTrailingSeparatorAfterEmptyModuleDirectory", kOwn, true, true, "/rt",
                  {"/rt/13.0.0/" + kOmp, "/rt/13.0.0/" + kCore}, "", 1,
-                 {"load /q/" + kOmp, "load /rt/13.0.0/" + kOmp, "load /rt/13.0.0/" + kCore,
+                 {"load /q/" + kOmp, "load " + kPrivate + kOmp, "load /rt/13.0.0/" + kOmp, "load /rt/13.0.0/" + kCore,
                   "unload /rt/13.0.0/" + kCore, "unload /rt/13.0.0/" + kOmp}},
     LocationCase{"ConfigurationMissing", {}, false, true, "/rt", {"/rt/13.0.0/" + kOmp, "/rt/13.0.0/" + kCore}, "",
                  0, {}},
     LocationCase{"ConfigurationUnreadable", {}, true, false, "/rt", {"/rt/13.0.0/" + kOmp, "/rt/13.0.0/" + kCore},
                  "", 0, {}},
-    LocationCase{"OpenMPRuntimeMissing", kOwn, false, true, "", {"/q/" + kCore}, "", 0, {"load /q/" + kOmp}},
+    LocationCase{"OpenMPRuntimeMissing", kOwn, false, true, "", {"/q/" + kCore}, "", 0,
+                 {"load /q/" + kOmp, "load " + kPrivate + kOmp}},
     LocationCase{"KernelMissingUnloadsTheOpenMPRuntime", kOwn, false, true, "", {"/q/" + kOmp}, "", 0,
-                 {"load /q/" + kOmp, "load /q/" + kCore, "unload /q/" + kOmp}},
+                 {"load /q/" + kOmp, "load /q/" + kCore, "unload /q/" + kOmp, "load " + kPrivate + kOmp}},
     LocationCase{"KernelLackingAnEntryIsUnloaded", kOwn, false, true, "", {"/q/" + kOmp, "/q/" + kCore}, "dgesdd_",
-                 0, {"load /q/" + kOmp, "load /q/" + kCore, "unload /q/" + kCore, "unload /q/" + kOmp}}),
+                 0, {"load /q/" + kOmp, "load /q/" + kCore, "unload /q/" + kCore, "unload /q/" + kOmp,
+                     "load " + kPrivate + kOmp}},
+    // Missed if the folder were tried before the own directory or after the configuration.
+    LocationCase{"PrivateFolderAfterTheOwnDirectory", kOwn, true, true, "/rt",
+                 {"/q/" + kCore, kPrivate + kOmp, kPrivate + kCore, "/rt/13.0.0/" + kOmp, "/rt/13.0.0/" + kCore},
+                 "", 1,
+                 {"load /q/" + kOmp, "load " + kPrivate + kOmp, "load " + kPrivate + kCore,
+                  "unload " + kPrivate + kCore, "unload " + kPrivate + kOmp}}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(Loader, ThreadDetachReleasesTheKernelsBuffersWhereItHasTheCall) {
