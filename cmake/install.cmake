@@ -1,9 +1,11 @@
 # Installation: `cmake --install <build> --prefix P` lays out a tree that runs on its own:
 #   lib/libquarz_linalg.so.<version> and lib/libkort.so.<version> with their SONAME links
 #   (libquarz_linalg.so.1, libkort.so.1; the unversioned .so links for linking belong to
-#   the development files), lib/libiomp5.so and lib/libquarz_core_130000.so beside the
-#   library (links to the system's OpenMP runtime and OpenBLAS, found by the library in
-#   its own directory as in the build tree), include/quarz_linalg.h and include/kort.h,
+#   the development files), lib/quarz_linalg/libiomp5.so and libquarz_core_130000.so
+#   (links to the system's OpenMP runtime and OpenBLAS, in the library's private folder,
+#   which it looks in after its own directory: lib/ is the loader's default path for the
+#   Debian package, where the generic libiomp5.so is Intel's OpenMP runtime's name),
+#   include/quarz_linalg.h and include/kort.h,
 #   lib/cmake/QuarzLinalg/ (imported targets QuarzLinalg::quarz_linalg, QuarzLinalg::kort)
 #   and lib/pkgconfig/quarz_linalg.pc and kort.pc.
 # Components: runtime (the shared objects and the run-time links) and dev (the rest), the
@@ -23,7 +25,7 @@ install(FILES ${GEN_DIR}/quarz_linalg_exports.json DESTINATION ${CMAKE_INSTALL_L
 
 # The run-time modules: links, made at install time under DESTDIR (as CPack stages).
 install(CODE "
-  set(dir \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}\")
+  set(dir \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/quarz_linalg\")
   file(MAKE_DIRECTORY \"\${dir}\")
   file(CREATE_LINK \"${QUARZ_OPENMP_FILE}\" \"\${dir}/libiomp5.so\" SYMBOLIC)
   file(CREATE_LINK \"${QUARZ_KERNEL_FILE}\" \"\${dir}/libquarz_core_130000.so\" SYMBOLIC)
@@ -46,7 +48,8 @@ endforeach()
 # Debian packages: the runtime package (libquarz-linalg1) and the development package
 # (libquarz-linalg-dev). dpkg-shlibdeps computes what the shared objects link (libc,
 # libstdc++, libgcc); the library links no BLAS but loads it at run time through the two
-# links, so the packages those point into are named here: OpenBLAS and GNU OpenMP.
+# links, so when cpack runs, cmake/package-depends.cmake adds the packages that own the
+# files the links point to.
 # Each package's /usr/share/doc: the copyright file and the changelog Debian wants.
 set(doc_dir ${CMAKE_BINARY_DIR}/package-doc)
 file(MAKE_DIRECTORY ${doc_dir})
@@ -75,7 +78,8 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libquarz-linalg${PROJECT_VERSION_MAJOR})
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libopenblas0-pthread, libgomp1")
+set(CPACK_QUARZ_LINK_TARGETS ${QUARZ_OPENMP_FILE} ${QUARZ_KERNEL_FILE})
+set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_CURRENT_LIST_DIR}/package-depends.cmake)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${CMAKE_BINARY_DIR}/package-control/triggers)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_STRICT_PERMISSION ON)
