@@ -95,18 +95,6 @@ void ExactBands(const C* t0, int32_t n, RealOf<C> q, C* f) {
   }
 }
 
-// The 1-norm of the row-major upper triangular x (largest column sum of moduli).
-template <class C>
-RealOf<C> TriangleNorm1(const C* x, int32_t n) {
-  RealOf<C> best = 0;
-  for (int64_t j = 0; j < n; ++j) {
-    RealOf<C> sum = 0;
-    for (int64_t i = 0; i <= j; ++i) sum += std::abs(x[i * n + j]);
-    best = std::max(best, sum);
-  }
-  return best;
-}
-
 // b := a·b for row-major n x n blocks, a upper triangular (a and b distinct).
 template <class C>
 void TriangleTimes(const C* a, C* b, int32_t n) {
@@ -134,23 +122,26 @@ Status TriangularFracPower(C* t, int32_t n, double p, C* t0, C* out, C* spare, C
   const double whole = std::floor(p);
   const R b = static_cast<R>(p - whole);
   std::copy(t, t + nn, t0);
-  // Roots until ‖T^(1/2^k) − I‖₁ ≤ θ of the largest degree, its diagonal from RootMinusOne.
+  // Roots until ‖T^(1/2^k) − I‖₁ ≤ θ of the largest degree, the diagonal of the difference
+  // from RootMinusOne; then X = I − T^(1/2^k) in t.
   int k = 0;
   R norm;
   for (;;) {
-    for (int64_t i = 0; i < n; ++i) t[i * n + i] = -RootMinusOne(t0[i * n + i], k);
-    for (int64_t i = 0; i < n; ++i) {
-      for (int64_t j = i + 1; j < n; ++j) t[i * n + j] = -t[i * n + j];
+    norm = 0;
+    for (int64_t j = 0; j < n; ++j) {
+      R sum = std::abs(RootMinusOne(t0[j * n + j], k));
+      for (int64_t i = 0; i < j; ++i) sum += std::abs(t[i * n + j]);
+      norm = std::max(norm, sum);
     }
-    norm = TriangleNorm1(t, n);  // of X = I − T^(1/2^k), now in t
     if (norm <= R(Bounds::kTheta[Bounds::kCount - 1])) break;
     if (k == kMaxRoots) return StatusNoConvergence;
-    for (int64_t i = 0; i < n; ++i) {
-      t[i * n + i] = C(1) - t[i * n + i];
-      for (int64_t j = i + 1; j < n; ++j) t[i * n + j] = -t[i * n + j];
-    }
     TriangularSqrt(t, n);
     ++k;
+  }
+  for (int64_t i = 0; i < n; ++i) {
+    std::fill(t + i * n, t + i * n + i, C(0));  // the products below read whole blocks
+    t[i * n + i] = -RootMinusOne(t0[i * n + i], k);
+    for (int64_t j = i + 1; j < n; ++j) t[i * n + j] = -t[i * n + j];
   }
   int m = 1;
   while (norm > R(Bounds::kTheta[m - 1])) ++m;
@@ -212,22 +203,19 @@ template <class C>
 Status FracPowerCompute(C* x, int32_t n, double p, bool realInput, ArrayHandle realWork, ArrayHandle complexWork,
                         ArrayHandle schurWork, ArrayHandle schurIwork) {
   using R = RealOf<C>;
-  if (!complexWork) return StatusKernelError;
   const int64_t nn = int64_t{n} * n;
   C* scratch;
-  if (Status s = ResizeVector<C>(complexWork, 5 * nn + n, &scratch); s != StatusOk) return s;
   R* scale;
-  if (Status s = ResizeVector<R>(realWork, n, &scale); s != StatusOk) return s;
+  if (Status s = ScratchAndSchur(x, n, 5 * nn + n, realWork, complexWork, schurWork, schurIwork, &scratch, &scale);
+      s != StatusOk) {
+    return s;
+  }
   C* z = scratch;
-  C* t0 = z + nn;
+  C* t0 = z + nn + n;  // behind the eigenvalues
   C* out = t0 + nn;
   C* spare = out + nn;
   C* acc = spare + nn;
-  C* values = acc + nn;
-  if (Status s = BalancedSchur(x, n, scale, z, values, schurWork, schurIwork); s != StatusOk) return s;
-  for (int64_t i = 0; i < n; ++i) {
-    if (x[i * n + i] == C(0)) return StatusSingular;
-  }
+  if (ZeroOnDiagonal(x, n)) return StatusSingular;
   if (realInput) {
     R norm2 = 0;
     for (int64_t i = 0; i < n; ++i) {

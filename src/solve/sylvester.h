@@ -132,6 +132,17 @@ Status Front(const MatrixView<T>& a, const MatrixView<T>& b, const MatrixView<T>
   return finite ? StatusOk : StatusNotFinite;
 }
 
+// The front of both Lyapunov equations: their checks, X sized n x n, then
+// solve(A's elements, n, Q's elements, X's elements).
+template <class T, class Solve>
+Status Lyapunov(ArrayHandle ah, ArrayHandle qh, ArrayHandle xh, Solve&& solve) {
+  const auto a = ReadMatrix<T>(ah), q = ReadMatrix<T>(qh);
+  if (Status s = Front(a, a, q); s != StatusOk) return s;
+  T* x;
+  if (Status s = ResizeMatrix<T>(xh, a.rows, a.rows, &x); s != StatusOk) return s;
+  return solve(ReadMatrix<T>(ah).data, a.rows, ReadMatrix<T>(qh).data, x);
+}
+
 }  // namespace sylvester
 
 template <class T>
@@ -147,11 +158,9 @@ Status SylvesterH(ArrayHandle ah, ArrayHandle bh, ArrayHandle ch, ArrayHandle xh
 // A·X + X·Aᴴ = Q: the Sylvester equation with B = Aᴴ.
 template <class T>
 Status ContLyapunovH(ArrayHandle ah, ArrayHandle qh, ArrayHandle xh, ArrayHandle work) {
-  const auto a = ReadMatrix<T>(ah), q = ReadMatrix<T>(qh);
-  if (Status s = sylvester::Front(a, a, q); s != StatusOk) return s;
-  T* x;
-  if (Status s = ResizeMatrix<T>(xh, a.rows, a.rows, &x); s != StatusOk) return s;
-  return SylvesterCompute<T>(ReadMatrix<T>(ah).data, a.rows, nullptr, a.rows, ReadMatrix<T>(qh).data, x, work);
+  return sylvester::Lyapunov<T>(ah, qh, xh, [work](const T* a, int32_t n, const T* q, T* x) {
+    return SylvesterCompute<T>(a, n, nullptr, n, q, x, work);
+  });
 }
 
 // Solves A·X·Aᴴ − X + Q = 0 for row-major A, Q and X (n x n) in complex arithmetic for
@@ -181,18 +190,12 @@ Status DiscLyapunovCompute(const T* a, int32_t n, const T* q, T* x, ArrayHandle 
   if (!work) return StatusKernelError;
   const int64_t nn = int64_t{n} * n;
   WorkLayout<T> layout;
-  const auto sPiece = layout.template Add<C>(nn);
-  const auto vPiece = layout.template Add<C>(nn);
-  const auto gPiece = layout.template Add<C>(nn);
-  const auto pPiece = layout.template Add<C>(nn);
-  const auto mPiece = layout.template Add<C>(nn);
-  const auto hPiece = layout.template Add<C>(n);
-  const auto lambdaPiece = layout.template Add<C>(n);
+  const auto blocksPiece = layout.template Add<C>(5 * nn + 2 * int64_t{n});
   const auto workPiece = layout.template Add<C>(sizes.work);
   const auto rworkPiece = layout.template Add<R>(n);
   if (Status st = layout.Bind(work); st != StatusOk) return st;
-  C *s = layout.Get(sPiece), *v = layout.Get(vPiece), *g = layout.Get(gPiece), *p = layout.Get(pPiece);
-  C *m = layout.Get(mPiece), *h = layout.Get(hPiece), *lambda = layout.Get(lambdaPiece);
+  C* s = layout.Get(blocksPiece);
+  C *v = s + nn, *g = v + nn, *p = g + nn, *m = p + nn, *h = m + nn, *lambda = h + n;
 
   std::copy(a, a + nn, s);
   std::copy(q, q + nn, m);
@@ -254,11 +257,9 @@ Status DiscLyapunovCompute(const T* a, int32_t n, const T* q, T* x, ArrayHandle 
 // A·X·Aᴴ − X + Q = 0, the discrete Lyapunov equation.
 template <class T>
 Status DiscLyapunovH(ArrayHandle ah, ArrayHandle qh, ArrayHandle xh, ArrayHandle work) {
-  const auto a = ReadMatrix<T>(ah), q = ReadMatrix<T>(qh);
-  if (Status s = sylvester::Front(a, a, q); s != StatusOk) return s;
-  T* x;
-  if (Status s = ResizeMatrix<T>(xh, a.rows, a.rows, &x); s != StatusOk) return s;
-  return DiscLyapunovCompute<T>(ReadMatrix<T>(ah).data, a.rows, ReadMatrix<T>(qh).data, x, work);
+  return sylvester::Lyapunov<T>(ah, qh, xh, [work](const T* a, int32_t n, const T* q, T* x) {
+    return DiscLyapunovCompute<T>(a, n, q, x, work);
+  });
 }
 
 }  // namespace ql
