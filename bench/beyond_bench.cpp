@@ -245,7 +245,7 @@ void BM_dMtrxFracPowH(benchmark::State& state) {
 
 // zgees with Schur vectors on the complexified matrix (column-major here; the Schur form
 // costs the same either way round).
-void BM_direct_zgees(benchmark::State& state) {
+void BM_direct_zgees_contractive(benchmark::State& state) {
   const int n = static_cast<int>(state.range(0));
   const std::vector<double> r = Contractive(n);
   const std::vector<std::complex<double>> a(r.begin(), r.end());
@@ -279,6 +279,6 @@ QB_SIZES(BM_dSylvesterH);
 QB_SIZES(BM_direct_dgees_trsyl);
 QB_SIZES(BM_dDiscLyapunovH);
 QB_SIZES(BM_dMtrxFracPowH);
-QB_SIZES(BM_direct_zgees);
+QB_SIZES(BM_direct_zgees_contractive);
 
 }  // namespace

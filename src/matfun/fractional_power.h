@@ -40,12 +40,14 @@ struct PadeBounds<double> {
   static constexpr double kTheta[kCount] = {1.51e-5, 2.24e-3, 1.88e-2, 6.04e-2, 1.24e-1, 2.00e-1, 2.79e-1};
 };
 
+constexpr double kPi = 3.14159265358979323846;
+
 // Principal logarithm with arg in (−π, π]: a negative real with a negative zero imaginary
 // part has arg π, as in the square root's rule (a negative zero does not flip the branch).
 template <class C>
 C PrincipalLog(const C& z) {
   using R = RealOf<C>;
-  const R arg = z.imag() == R(0) ? (z.real() < R(0) ? R(M_PI) : R(0)) : std::atan2(z.imag(), z.real());
+  const R arg = z.imag() == R(0) ? (z.real() < R(0) ? R(kPi) : R(0)) : std::atan2(z.imag(), z.real());
   return {std::log(std::abs(z)), arg};
 }
 
@@ -66,8 +68,8 @@ C PowerDividedDifference(const C& l1, const C& l2, RealOf<C> q) {
   const C d = l2 - l1;
   if (std::abs(d) > std::abs(l1 + l2) / 2) return (ScalarPower(l2, q) - ScalarPower(l1, q)) / d;
   const C g1 = PrincipalLog(l1), g2 = PrincipalLog(l2);
-  const R unwinding = std::ceil(((g2 - g1).imag() - R(M_PI)) / R(2 * M_PI));
-  const C w = std::atanh(d / (l1 + l2)) + C(0, R(M_PI) * unwinding);
+  const R unwinding = std::ceil(((g2 - g1).imag() - R(kPi)) / R(2 * kPi));
+  const C w = std::atanh(d / (l1 + l2)) + C(0, R(kPi) * unwinding);
   return std::exp(q * (g1 + g2) / R(2)) * R(2) * std::sinh(q * w) / d;
 }
 
