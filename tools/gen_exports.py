@@ -21,7 +21,7 @@ INT32_CODE = 3
 
 HANDLE_RE = re.compile(r"^(in|out|inout|work|ignored)([12])([rci]?)(sq)?(\??)$")
 SCALAR_RE = re.compile(r"^(int|uint|real|elem|module|elem_in|real_in|elem_out|real_out)"
-                       r"(?:\((\w+)\))?(?:=(-?\d+)(!?))?$|^int_out=(-?\d+)$")
+                       r"(?:\((\w+)\))?(?:=(-?\d+(?:\.\d+)?)(!?))?$|^int_out=(-?\d+)$")
 
 
 class ListError(Exception):
@@ -64,9 +64,13 @@ class Arg:
             if self.option and self.role != "int":
                 raise ListError(f"{where}: only int takes an option table")
             if m.group(3) is not None:
-                if self.role != "int":
-                    raise ListError(f"{where}: only int takes a default value")
-                self.default, self.pinned = int(m.group(3)), bool(m.group(4))
+                if self.role not in ("int", "real") or (self.role == "int" and "." in m.group(3)):
+                    raise ListError(f"{where}: only int and real take a default value, int a whole one")
+                if self.role == "real" and m.group(4):
+                    raise ListError(f"{where}: a real default cannot be pinned")
+                value = m.group(3)
+                self.default = int(value) if self.role == "int" else float(value)
+                self.pinned = bool(m.group(4))
 
     @property
     def handle(self):

@@ -32,12 +32,12 @@ from .eigen import eig, eigvals, eigh, eigvalsh
 from .decompositions import qr, schur, qz, ordqz
 from .lstsq import lstsq
 from .power import matrix_power
-from .matfun import expm, sqrtm, logm
+from .matfun import expm, sqrtm, logm, fractional_matrix_power
 from .fit import LinearFit, linear_fit
 from .subspaces import null_space, orth
 from .reductions import hessenberg, matrix_balance
 from .condest import rcond
-from .sylvester import solve_sylvester, solve_continuous_lyapunov
+from .sylvester import solve_sylvester, solve_continuous_lyapunov, solve_discrete_lyapunov
 
 # The loaded library's version, from the kind table its build wrote.
 __version__ = KIND_TABLE.get("version", "0.0.0")
@@ -48,7 +48,7 @@ __all__ = [
     "dot", "norm", "mean", "rms", "matmul", "matvec", "vecmat", "outer", "kron",
     "transpose", "trace", "special", "lu", "cholesky", "det", "solve",
     "svd", "matrix_norm", "cond", "matrix_rank", "inv", "pinv", "lstsq", "matrix_power",
-    "expm", "sqrtm", "logm", "linear_fit", "LinearFit", "null_space", "orth",
+    "expm", "sqrtm", "logm", "fractional_matrix_power", "linear_fit", "LinearFit", "null_space", "orth",
     "hessenberg", "matrix_balance", "rcond",
-    "solve_sylvester", "solve_continuous_lyapunov",
+    "solve_sylvester", "solve_continuous_lyapunov", "solve_discrete_lyapunov",
 ]

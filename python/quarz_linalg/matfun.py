@@ -1,4 +1,5 @@
-"""numpy-style matrix functions: expm, sqrtm, logm (matrix_power is in power.py)."""
+"""numpy-style matrix functions: expm, sqrtm, logm, fractional_matrix_power (matrix_power
+is in power.py)."""
 import numpy as np
 
 from ._exports import invoke
@@ -44,3 +45,13 @@ def logm(a, real=False):
         return invoke(letter + "MtrxLnH", a, 1 if real else 0)[1][0]
     return invoke(letter + "MtrxLnH", a)[1][0]
 
+
+
+def fractional_matrix_power(a, t):
+    """A^t for a real t as scipy.linalg.fractional_matrix_power, but always complex
+    (complex64 for float32 and complex64 input, complex128 otherwise). Whole t is
+    matrix_power (negative t through the pseudo-inverse), t = 0.5 is sqrtm, any other t the
+    Schur-Pade method; a singular A raises QuarzError there (-20041), and t must lie in
+    [-2^31, 2^31)."""
+    a, letter = _square(a)
+    return invoke(letter + "MtrxFracPowH", a, float(t))[1][0]

@@ -1,5 +1,5 @@
-"""Sylvester and continuous Lyapunov equations, as scipy.linalg.solve_sylvester and
-solve_continuous_lyapunov (Bartels-Stewart on the library's Schur forms)."""
+"""Sylvester and Lyapunov equations, as scipy.linalg.solve_sylvester,
+solve_continuous_lyapunov and solve_discrete_lyapunov (on the library's Schur forms)."""
 import numpy as np
 
 from ._exports import invoke
@@ -30,3 +30,16 @@ def solve_continuous_lyapunov(a, q):
     solve_sylvester."""
     (a, q), letter = _common(a, q)
     return invoke(letter + "ContLyapunovH", a, q)[1][0]
+
+
+def solve_discrete_lyapunov(a, q, method=None):
+    """X with A X A^H - X + Q = 0, as scipy.linalg.solve_discrete_lyapunov. Every method
+    scipy names (None, "direct", "bilinear") runs the same Schur method (complex Schur
+    form of A, the triangular equation column by column), which costs O(n^3) like
+    "bilinear" and is as accurate as "direct". An eigenvalue times the conjugate of another
+    within rounding of 1 gives X with a QuarzWarning (20003), exactly 1 raises QuarzError
+    (-20041, the equation is singular)."""
+    if method not in (None, "direct", "bilinear"):
+        raise ValueError(f"Unknown solver {method}")
+    (a, q), letter = _common(a, q)
+    return invoke(letter + "DiscLyapunovH", a, q)[1][0]

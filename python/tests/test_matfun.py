@@ -9,7 +9,8 @@ scipy's diagonal balancing D, under which f commutes): the functions balance bef
 approximate, so their backward error is small relative to the balanced matrix, and a badly
 scaled input such as Moler's then keeps a condition number that makes the bound mean
 something (about 1e2 balanced, 1e17 as given). Powers have their own 50-digit table (test_matrix_power.py); here they
-only close the round trips."""
+only close the round trips. Fractional powers A^p ("pow<p>") against exp(p log A) at 50
+digits, with the bound of sqrtm and logm."""
 import functools
 import warnings
 
@@ -66,7 +67,8 @@ def from_mp(m):
 def reference(fname, kind, dtype):
     """(input in double, f(input) from 50 digits, rounded to complex128)."""
     a = make(kind, dtype)
-    x = {"expm": mp.expm, "sqrtm": mp.sqrtm, "logm": mp.logm}[fname](to_mp(a))
+    power = lambda m: mp.expm(mp.mpf(fname[3:]) * mp.logm(m))
+    x = {"expm": mp.expm, "sqrtm": mp.sqrtm, "logm": mp.logm}.get(fname, power)(to_mp(a))
     return a.astype(wide(dtype)), from_mp(x)
 
 
@@ -89,15 +91,20 @@ def expm_kron(a):
 def kappa(fname, a, x):
     """Relative condition number of f at a (Frobenius), x = f(a)."""
     a, x, eye = a.astype(complex), x.astype(complex), np.eye(len(a))
+    # A^p = exp(p log A): the chain rule through the exponential's and logarithm's forms.
+    power = lambda: (lambda lg: float(fname[3:]) * expm_kron(float(fname[3:]) * lg) @ np.linalg.inv(expm_kron(lg)))(
+        sl.logm(a))
     k = {"expm": lambda: expm_kron(a),
          "sqrtm": lambda: np.linalg.inv(np.kron(eye, x) + np.kron(x.T, eye)),
-         "logm": lambda: np.linalg.inv(expm_kron(x))}[fname]()
+         "logm": lambda: np.linalg.inv(expm_kron(x))}.get(fname, power)()
     return np.linalg.norm(k, 2) * np.linalg.norm(a) / np.linalg.norm(x)
 
 
 def run(fname, a):
     with warnings.catch_warnings():
         warnings.simplefilter("error", ql.QuarzWarning)   # none expected on these inputs
+        if fname.startswith("pow"):
+            return ql.fractional_matrix_power(a, float(fname[3:]))
         return getattr(ql, fname)(a)
 
 
@@ -120,10 +127,13 @@ def within_bound(fname, dtype, a, x, ref):
 # Faults: a wrong Pade coefficient or sign, a squaring too few or too many, the balancing
 # undone the wrong way round (D F D^-1 for D^-1 F D), Parlett's sum with the wrong sign,
 # the triangular root or logarithm reading the strict lower part, the inverse scaling and
-# squaring series or its 2^k factor off, the diagonal not restored.
+# squaring series or its 2^k factor off, the diagonal not restored; for A^p a wrong
+# continued-fraction coefficient, too few roots for the Pade degree, a squaring missed, the
+# exact bands at the wrong stage's power (close and equal eigenvalues: the Jordan block),
+# the whole part of a negative p off by one or not inverted.
 @dtypes
 @pytest.mark.parametrize("kind", KINDS)
-@pytest.mark.parametrize("fname", ["expm", "sqrtm", "logm"])
+@pytest.mark.parametrize("fname", ["expm", "sqrtm", "logm", "pow0.3", "pow-1.7"])
 def test_against_50_digits(dtype, kind, fname):
     a, ref = reference(fname, kind, dtype)
     x = run(fname, a.astype(dtype))
@@ -198,3 +208,36 @@ def test_documented_cases(dtype):
     assert np.array_equal(ql.sqrtm(np.array([[-4]], dtype)), [[2j]])
     assert np.array_equal(ql.expm(np.zeros((3, 3), dtype)), np.eye(3))
     assert np.allclose(ql.expm(np.array([[0, 1], [0, 0]], dtype)), [[1, 1], [0, 1]], rtol=0, atol=10 * e)
+
+
+# Faults: p = 1/2 or a whole p not taken by the square root's or the whole power's code;
+# the Schur-Pade path disagreeing with them (A^(1/4) squared against the root, A^2.5
+# against A^2 times the root); a real input's negative eigenvalue given the wrong branch
+# (scipy's principal power of Moler's matrix, whose eigenvalues are negative).
+@dtypes
+def test_fractional_power_paths(dtype):
+    a, _ = reference("sqrtm", "normal", dtype)
+    low, n, e = a.astype(dtype), len(a), u(dtype)
+    c = np.linalg.cond(a)
+    assert np.array_equal(ql.fractional_matrix_power(low, 0.5), ql.sqrtm(low))
+    root = ql.sqrtm(low).astype(complex)
+    for p in (3, -2):
+        whole = ql.matrix_power(low, p).astype(complex)
+        assert rel_err(ql.fractional_matrix_power(low, p), whole) <= 10 * n * e
+    quarter = ql.fractional_matrix_power(low, 0.25).astype(complex)
+    assert rel_err(quarter @ quarter, root) <= 100 * n * e * c
+    two_and_half = ql.fractional_matrix_power(low, 2.5)
+    assert rel_err(two_and_half, ql.matrix_power(low, 2).astype(complex) @ root) <= 100 * n * e * c ** 2
+    ref = sl.fractional_matrix_power(a, 0.3)
+    assert within_bound("pow0.3", dtype, a, ql.fractional_matrix_power(low, 0.3), ref)
+    if is_complex(dtype):
+        return  # a complex input's eigenvalues on the cut take the side rounding puts them
+    # Balanced, scipy agrees only to about 1e-6 here, so it bounds the branch (a wrong one
+    # is off by O(1)), and (A^0.3)^10 = A^3 the accuracy.
+    d = sl.matrix_balance(MOLER, permute=False, separate=True)[1][0]
+    bal = lambda m: m / d[:, None] * d[None, :]
+    x = ql.fractional_matrix_power(MOLER.astype(dtype), 0.3).astype(complex)
+    ref = sl.fractional_matrix_power(MOLER, 0.3)
+    assert rel_err(bal(x), bal(ref)) <= 1e-3
+    cube = bal(np.linalg.matrix_power(MOLER.astype(complex), 3))
+    assert rel_err(bal(np.linalg.matrix_power(x, 10)), cube) <= 100 * 3 * e * kappa("pow0.3", bal(MOLER), bal(ref))

@@ -165,4 +165,23 @@ inline void trmv(CBLAS_ORDER o, CBLAS_UPLO ul, CBLAS_TRANSPOSE t, CBLAS_DIAG dg,
   cblas_ztrmv(o, ul, t, dg, n, a, lda, x, incx);
 }
 
+// Triangular solves, for the complex types only (the Schur-form solvers work in complex
+// arithmetic for every element type).
+inline void trsv(CBLAS_ORDER o, CBLAS_UPLO ul, CBLAS_TRANSPOSE t, CBLAS_DIAG dg, blasint n, const cf* a, blasint lda,
+                 cf* x, blasint incx) {
+  cblas_ctrsv(o, ul, t, dg, n, a, lda, x, incx);
+}
+inline void trsv(CBLAS_ORDER o, CBLAS_UPLO ul, CBLAS_TRANSPOSE t, CBLAS_DIAG dg, blasint n, const cd* a, blasint lda,
+                 cd* x, blasint incx) {
+  cblas_ztrsv(o, ul, t, dg, n, a, lda, x, incx);
+}
+inline void trsm(CBLAS_ORDER o, CBLAS_SIDE sd, CBLAS_UPLO ul, CBLAS_TRANSPOSE t, CBLAS_DIAG dg, blasint m, blasint n,
+                 cf alpha, const cf* a, blasint lda, cf* b, blasint ldb) {
+  cblas_ctrsm(o, sd, ul, t, dg, m, n, &alpha, a, lda, b, ldb);
+}
+inline void trsm(CBLAS_ORDER o, CBLAS_SIDE sd, CBLAS_UPLO ul, CBLAS_TRANSPOSE t, CBLAS_DIAG dg, blasint m, blasint n,
+                 cd alpha, const cd* a, blasint lda, cd* b, blasint ldb) {
+  cblas_ztrsm(o, sd, ul, t, dg, m, n, &alpha, a, lda, b, ldb);
+}
+
 }  // namespace ql::kernel

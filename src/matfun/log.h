@@ -142,21 +142,19 @@ Status LogCompute(C* x, int32_t n, ArrayHandle realWork, ArrayHandle complexWork
                   ArrayHandle schurIwork) {
   using R = RealOf<C>;
   if (DiagonalLog(x, n)) return StatusOk;  // 1 x 1 included
-  if (!complexWork) return StatusKernelError;
   const int64_t nn = int64_t{n} * n;
   C* scratch;
-  if (Status s = ResizeVector<C>(complexWork, 3 * nn + 2 * int64_t{n}, &scratch); s != StatusOk) return s;
   R* scale;
-  if (Status s = ResizeVector<R>(realWork, n, &scale); s != StatusOk) return s;
+  if (Status s = ScratchAndSchur(x, n, 3 * nn + 2 * int64_t{n}, realWork, complexWork, schurWork, schurIwork,
+                                 &scratch, &scale);
+      s != StatusOk) {
+    return s;
+  }
   C* q = scratch;
-  C* values = q + nn;
-  C* p = values + n;
+  C* p = q + nn + n;  // behind the eigenvalues
   C* l = p + nn;
   C* diag = l + nn;
-  if (Status s = BalancedSchur(x, n, scale, q, values, schurWork, schurIwork); s != StatusOk) return s;
-  for (int64_t i = 0; i < n; ++i) {
-    if (x[i * n + i] == C(0)) return StatusSingular;
-  }
+  if (ZeroOnDiagonal(x, n)) return StatusSingular;
   if (Status s = TriangularLog(x, n, p, l, diag); s != StatusOk) return s;
   SchurBack(n, q, l, p, x);
   UndoBalancing(x, n, scale);

@@ -87,6 +87,28 @@ Status BalancedSchur(C* x, int32_t n, RealOf<C>* scale, C* z, C* values, ArrayHa
   return SchurCompute<C>(x, n, QuarzSchurOrderingNone, z, values, schurWork, schurIwork);
 }
 
+// The start of the Schur-based functions on the complex row-major n x n block x:
+// complexWork sized to `count` elements, which begin with the Schur vectors (n x n) and the
+// n eigenvalues (the rest is the caller's), realWork to the n balancing factors, then
+// BalancedSchur.
+template <class C>
+Status ScratchAndSchur(C* x, int32_t n, int64_t count, ArrayHandle realWork, ArrayHandle complexWork,
+                       ArrayHandle schurWork, ArrayHandle schurIwork, C** scratch, RealOf<C>** scale) {
+  if (!complexWork) return StatusKernelError;
+  if (Status s = ResizeVector<C>(complexWork, count, scratch); s != StatusOk) return s;
+  if (Status s = ResizeVector<RealOf<C>>(realWork, n, scale); s != StatusOk) return s;
+  return BalancedSchur(x, n, *scale, *scratch, *scratch + int64_t{n} * n, schurWork, schurIwork);
+}
+
+// True when the row-major triangle t has a zero on its diagonal (a zero eigenvalue).
+template <class C>
+bool ZeroOnDiagonal(const C* t, int32_t n) {
+  for (int64_t i = 0; i < n; ++i) {
+    if (t[i * n + i] == C(0)) return true;
+  }
+  return false;
+}
+
 // The square root worker on the complex row-major n x n block x, in place. The complex
 // scratch holds the Schur vectors Z, the eigenvalues and a product buffer; the real
 // scratch the balancing factors; the Schur worker has its own handles.
@@ -98,16 +120,16 @@ Status SqrtCompute(C* x, int32_t n, ArrayHandle realWork, ArrayHandle complexWor
     x[0] = ScalarSqrt(x[0]);
     return StatusOk;
   }
-  if (!complexWork) return StatusKernelError;
   const int64_t nn = int64_t{n} * n;
   C* scratch;
-  if (Status s = ResizeVector<C>(complexWork, 2 * nn + n, &scratch); s != StatusOk) return s;
   R* scale;
-  if (Status s = ResizeVector<R>(realWork, n, &scale); s != StatusOk) return s;
+  if (Status s = ScratchAndSchur(x, n, 2 * nn + n, realWork, complexWork, schurWork, schurIwork, &scratch, &scale);
+      s != StatusOk) {
+    return s;
+  }
   C* z = scratch;
   C* values = scratch + nn;
   C* product = values + n;
-  if (Status s = BalancedSchur(x, n, scale, z, values, schurWork, schurIwork); s != StatusOk) return s;
   const auto small = std::count_if(values, values + n, [](const C& v) { return SquaredModulus(v) < kCloseness; });
   TriangularSqrt(x, n);
   // Z·U·Zᴴ: the triangular product reads only U's upper triangle.
