@@ -18,17 +18,24 @@ Mutants live in tools/mutants/*.json, each a list of objects:
   env      optional: environment for the Python run (e.g. {"QUARZ_LINALG_BRIDGE": "0"}
            for a fault on the ctypes path)
 
-  tools/mutants.py [--only NAME|FAMILY|LAYER|KIND ...] [--budget SECONDS]
+  tools/mutants.py [--only NAME|FAMILY|LAYER|KIND ...] [--budget SECONDS] [--full]
                    [--scratch DIR] [--out RESULTS.json] [--ctest-exclude REGEX] [--list]
 
-A mutant is killed when the build fails, a test fails or the run times out. The results
-(per mutant: result, seconds, failed ctest names and pytest node ids) go to --out.
+The stand-in for the test command: the release build (no sanitizers, no benchmarks),
+ctest without the many-threads stress test (--ctest-exclude, default "Reliability"),
+and the Python suite through the compiled bridge: all of it for mutants of the frame,
+kernel and bridge layers (or with --full), the family's oracle files otherwise. The
+build goes through ccache when it is installed, so restoring a header and building the
+same mutant again later cost little. A mutant is killed when the build fails, a test
+fails or the run times out. The results (per mutant: result, seconds, the Python files
+run, failed ctest names and pytest node ids) go to --out.
 """
 import argparse
 import glob
 import io
 import json
 import os
+import shutil
 import subprocess
 import sys
 import tarfile
@@ -37,6 +44,20 @@ import xml.etree.ElementTree as ET
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 TIMEOUT = 1200  # seconds for one build or one suite run
+
+# The oracle files that exercise each family (the stacks run through several families).
+PYTEST_FILES = {
+    "vector": ["test_vector.py", "test_stacks.py"],
+    "products": ["test_products.py", "test_host.py"],
+    "factor": ["test_factor.py", "test_qr_schur_qz.py", "test_svd.py", "test_subspaces.py", "test_stacks.py",
+               "test_reductions.py"],
+    "measures": ["test_det.py", "test_svd.py", "test_condest.py", "test_stacks.py"],
+    "solve": ["test_solve.py", "test_lstsq.py", "test_svd.py", "test_sylvester.py", "test_stacks.py"],
+    "eigen": ["test_eigen.py", "test_stacks.py"],
+    "matfun": ["test_matfun.py", "test_matrix_power.py"],
+    "fit": ["test_fit.py"],
+    "koblas": ["test_koblas.py"],
+}
 
 
 def load_mutants():
@@ -122,6 +143,7 @@ class Stand:
     """The scratch tree, its build and the test commands run against it."""
 
     def __init__(self, scratch, ctest_exclude):
+        self.env = dict(os.environ, CCACHE_DIR=os.path.join(scratch, "ccache"))
         self.scratch = scratch
         self.src = os.path.join(scratch, "src")
         self.build = os.path.join(scratch, "build")
@@ -132,12 +154,15 @@ class Stand:
         os.makedirs(self.src, exist_ok=True)
         sync_tree(self.src)
         if not os.path.exists(os.path.join(self.build, "CMakeCache.txt")):
+            launcher = ["-DCMAKE_C_COMPILER_LAUNCHER=ccache", "-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"]
             subprocess.check_call(["cmake", "-S", self.src, "-B", self.build, "-DCMAKE_BUILD_TYPE=Release",
-                                   "-DQUARZ_BENCH=OFF", "-DQUARZ_SANITIZE=OFF"])
+                                   "-DQUARZ_BENCH=OFF", "-DQUARZ_SANITIZE=OFF"]
+                                  + (launcher if shutil.which("ccache") else []), env=self.env)
 
-    def test(self, env_extra=None):
-        """Builds and runs both suites; returns the failed test names ([] when all pass)."""
-        rc = run(["cmake", "--build", self.build, "-j2"], self.log)
+    def test(self, pytest_files=None, env_extra=None):
+        """Builds and runs both suites (pytest_files: the Python files, None for all);
+        returns the failed test names ([] when all pass)."""
+        rc = run(["cmake", "--build", self.build, "-j2"], self.log, env=self.env)
         if rc != 0:
             return ["<build>" if rc is not None else "<build timeout>"]
         cj, pj = os.path.join(self.scratch, "ctest.xml"), os.path.join(self.scratch, "pytest.xml")
@@ -150,8 +175,9 @@ class Stand:
         rc1 = run(cmd, self.log)
         env = dict(os.environ, QUARZ_LINALG_BRIDGE="1", OPENBLAS_NUM_THREADS="1")
         env.update(env_extra or {})
-        rc2 = run([os.path.join(self.src, "python", "run_tests.sh"), self.build, "-q", "-p", "no:cacheprovider",
-                   "--junitxml=" + pj], self.log, env=env)
+        files = [os.path.join("tests", f) for f in pytest_files or []]
+        rc2 = run([os.path.join(self.src, "python", "run_tests.sh"), self.build, "-q", "--junitxml=" + pj] + files,
+                  self.log, env=env)
         failed = failed_junit(cj) + ["py::" + n for n in failed_junit(pj)]
         if rc1 is None or rc2 is None:
             failed.append("<timeout>")
@@ -166,7 +192,8 @@ def main():
     ap.add_argument("--budget", type=float, default=0, help="stop starting mutants after this many seconds")
     ap.add_argument("--scratch", default="/tmp/quarz-mutants")
     ap.add_argument("--out", default=None, help="results JSON (default <scratch>/results.json)")
-    ap.add_argument("--ctest-exclude", default="", help="ctest -E regex for tests left out of the stand-in")
+    ap.add_argument("--ctest-exclude", default="Reliability", help="ctest -E regex for tests left out of the stand-in")
+    ap.add_argument("--full", action="store_true", help="the whole Python suite for every mutant")
     ap.add_argument("--list", action="store_true", help="list the mutants and whether their snippets apply")
     args = ap.parse_args()
 
@@ -207,7 +234,9 @@ def main():
         try:
             with open(path, "w") as fh:
                 fh.write(original.replace(m["find"], m["replace"]))
-            failed = stand.test(m.get("env"))
+            files = None if args.full or m["layer"] != "operation" else PYTEST_FILES[m["family"]]
+            entry["pytest"] = files or "all"
+            failed = stand.test(files, m.get("env"))
         finally:
             with open(path, "w") as fh:
                 fh.write(original)
@@ -216,6 +245,7 @@ def main():
         print(f"{m['name']}: {results[-1]['result']} ({results[-1]['seconds']} s, {len(failed)} failed)", flush=True)
         with open(out, "w") as fh:
             json.dump(dict(ctest_exclude=args.ctest_exclude, results=results), fh, indent=1)
+    print(f"({time.time() - start:.0f} s)")
 
     judged = [r for r in results if r["result"] in ("killed", "survived")]
     killed = sum(r["result"] == "killed" for r in judged)
