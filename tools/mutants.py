@@ -17,14 +17,17 @@ Mutants live in tools/mutants/*.json, each a list of objects:
   replace  what it becomes
   env      optional: environment for the Python run (e.g. {"QUARZ_LINALG_BRIDGE": "0"}
            for a fault on the ctypes path)
+  pytest   optional: the Python test files that exercise it (default: its family's)
 
   tools/mutants.py [--only NAME|FAMILY|LAYER|KIND ...] [--budget SECONDS] [--full]
-                   [--scratch DIR] [--out RESULTS.json] [--ctest-exclude REGEX] [--list]
+                   [--quick] [--scratch DIR] [--out RESULTS.json] [--ctest-exclude REGEX]
+                   [--list]
 
 The stand-in for the test command: the release build (no sanitizers, no benchmarks),
 ctest without the many-threads stress test (--ctest-exclude, default "Reliability"),
-and the Python suite through the compiled bridge: all of it for mutants of the frame,
-kernel and bridge layers (or with --full), the family's oracle files otherwise. The
+and the Python suite through the compiled bridge: the mutant's own files, else its
+family's oracle files, else all of them (all of them for every mutant with --full).
+Every failing test is recorded (the kill matrix); --quick stops at the first one. The
 build goes through ccache when it is installed, so restoring a header and building the
 same mutant again later cost little. A mutant is killed when the build fails, a test
 fails or the run times out. The results (per mutant: result, seconds, the Python files
@@ -142,7 +145,8 @@ def failed_junit(path):
 class Stand:
     """The scratch tree, its build and the test commands run against it."""
 
-    def __init__(self, scratch, ctest_exclude):
+    def __init__(self, scratch, ctest_exclude, quick):
+        self.quick = quick
         self.env = dict(os.environ, CCACHE_DIR=os.path.join(scratch, "ccache"))
         self.scratch = scratch
         self.src = os.path.join(scratch, "src")
@@ -172,12 +176,16 @@ class Stand:
         cmd = ["ctest", "--test-dir", self.build, "-j2", "--timeout", "600", "--output-junit", cj]
         if self.ctest_exclude:
             cmd += ["-E", self.ctest_exclude]
+        if self.quick:
+            cmd += ["--stop-on-failure"]
         rc1 = run(cmd, self.log)
+        if self.quick and rc1 != 0:
+            return failed_junit(cj) or ["<ctest exited %s>" % rc1]
         env = dict(os.environ, QUARZ_LINALG_BRIDGE="1", OPENBLAS_NUM_THREADS="1")
         env.update(env_extra or {})
         files = [os.path.join("tests", f) for f in pytest_files or []]
-        rc2 = run([os.path.join(self.src, "python", "run_tests.sh"), self.build, "-q", "--junitxml=" + pj] + files,
-                  self.log, env=env)
+        rc2 = run([os.path.join(self.src, "python", "run_tests.sh"), self.build, "-q", "--junitxml=" + pj]
+                  + (["-x"] if self.quick else []) + files, self.log, env=env)
         failed = failed_junit(cj) + ["py::" + n for n in failed_junit(pj)]
         if rc1 is None or rc2 is None:
             failed.append("<timeout>")
@@ -194,6 +202,7 @@ def main():
     ap.add_argument("--out", default=None, help="results JSON (default <scratch>/results.json)")
     ap.add_argument("--ctest-exclude", default="Reliability", help="ctest -E regex for tests left out of the stand-in")
     ap.add_argument("--full", action="store_true", help="the whole Python suite for every mutant")
+    ap.add_argument("--quick", action="store_true", help="stop at the first failing test (no kill matrix)")
     ap.add_argument("--list", action="store_true", help="list the mutants and whether their snippets apply")
     args = ap.parse_args()
 
@@ -207,7 +216,7 @@ def main():
         print(f"{len(mutants)} mutants")
         return 0
 
-    stand = Stand(args.scratch, args.ctest_exclude)
+    stand = Stand(args.scratch, args.ctest_exclude, args.quick)
     out = args.out or os.path.join(args.scratch, "results.json")
     stand.prepare()
     t0 = time.time()
@@ -234,7 +243,7 @@ def main():
         try:
             with open(path, "w") as fh:
                 fh.write(original.replace(m["find"], m["replace"]))
-            files = None if args.full or m["layer"] != "operation" else PYTEST_FILES[m["family"]]
+            files = None if args.full else m.get("pytest") or PYTEST_FILES.get(m["family"])
             entry["pytest"] = files or "all"
             failed = stand.test(files, m.get("env"))
         finally:
@@ -244,7 +253,7 @@ def main():
                             failed=failed))
         print(f"{m['name']}: {results[-1]['result']} ({results[-1]['seconds']} s, {len(failed)} failed)", flush=True)
         with open(out, "w") as fh:
-            json.dump(dict(ctest_exclude=args.ctest_exclude, results=results), fh, indent=1)
+            json.dump(dict(ctest_exclude=args.ctest_exclude, quick=args.quick, results=results), fh, indent=1)
     print(f"({time.time() - start:.0f} s)")
 
     judged = [r for r in results if r["result"] in ("killed", "survived")]
@@ -256,7 +265,7 @@ def main():
           f" ({sum(r['result'] == 'stale' for r in results)} stale,"
           f" {sum(r['result'] == 'skipped' for r in results)} skipped); results in {out}")
     with open(out, "w") as fh:
-        json.dump(dict(ctest_exclude=args.ctest_exclude, results=results), fh, indent=1)
+        json.dump(dict(ctest_exclude=args.ctest_exclude, quick=args.quick, results=results), fh, indent=1)
     return 0
 
 
