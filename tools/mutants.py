@@ -6,8 +6,8 @@ survived or stale, with the tests that failed. The developer's tree is never wri
 
 Mutants live in tools/mutants/*.json, each a list of objects:
   name     unique, <family>-<what>
-  family   vector, products, factor, measures, solve, eigen, matfun, fit, koblas
-  layer    frame (src/frame and the operation templates), kernel (src/kernel),
+  family   vector, products, factor, measures, solve, eigen, matfun, fit, koblas, binding
+  layer    operation (the family templates), frame (src/frame), kernel (src/kernel),
            bridge (python/bridge, python/quarz_linalg)
   kind     the fault's kind (conjugation, leading-dimension, check-order, work-handle,
            loop-bound, triangle, tolerance, empty-size, option-map, finiteness, ...)
