@@ -255,6 +255,9 @@ def main():
         with open(out, "w") as fh:
             json.dump(dict(ctest_exclude=args.ctest_exclude, quick=args.quick, results=results), fh, indent=1)
     print(f"({time.time() - start:.0f} s)")
+    # The last mutant's objects are still in the build: rebuild the tree as committed, so
+    # that the scratch build can be used as it is.
+    run(["cmake", "--build", stand.build, "-j2"], stand.log, env=stand.env)
 
     judged = [r for r in results if r["result"] in ("killed", "survived")]
     killed = sum(r["result"] == "killed" for r in judged)
