@@ -8,17 +8,6 @@
 namespace qt {
 namespace {
 
-TEST(ReferenceHost, ElementOffsetsFollowTheLayoutTable) {
-  struct Case { int32_t code, size, offset1d; };
-  for (Case c : {Case{3, 4, 4}, Case{9, 4, 4}, Case{10, 8, 8}, Case{12, 8, 4}, Case{13, 16, 8}}) {
-    EXPECT_EQ(KortElementSize(c.code), c.size) << c.code;
-    EXPECT_EQ(KortElementOffset(c.code, 1), c.offset1d) << c.code;
-    EXPECT_EQ(KortElementOffset(c.code, 2), 8) << c.code;
-  }
-  EXPECT_EQ(KortElementOffset(11, 1), -1);
-  EXPECT_EQ(KortElementOffset(10, 3), -1);
-}
-
 TEST(ReferenceHost, ResizeOfANullHandleVariableAllocatesAHandle) {
   const int64_t handles = KortLiveHandles(), bytes = KortLiveBytes();
   ArrayHandle h = nullptr;
@@ -225,15 +214,6 @@ TEST(ReferenceHost, ThreadsNeverShareABlock) {
   EXPECT_EQ(bad, std::vector<int>(4, 0));
   EXPECT_EQ(KortLiveHandles(), handles);
   EXPECT_EQ(KortLiveBytes(), bytes);
-}
-
-TEST(ReferenceHost, QSortSortsWithTheCallersComparison) {
-  std::vector<int32_t> v = {5, -1, 3, 3, 0};
-  QSort(v.data(), static_cast<int32_t>(v.size()), sizeof(int32_t), [](const void* a, const void* b) {
-    const int32_t x = *static_cast<const int32_t*>(a), y = *static_cast<const int32_t*>(b);
-    return (x > y) - (x < y);
-  });
-  EXPECT_EQ(v, (std::vector<int32_t>{-1, 0, 3, 3, 5}));
 }
 
 }  // namespace

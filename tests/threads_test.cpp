@@ -93,23 +93,5 @@ TEST(Threads, EachThreadIsServedByTheRuntimeItsTlsSlotNames) {
   }
 }
 
-TEST(Threads, AThreadSwitchingItsTlsSlotIsServedByEachRuntimeInTurn) {
-  // Every switch must reach the newly named runtime, also when that runtime's function
-  // has been resolved before.
-  TwoRuntimes rt;
-  ASSERT_TRUE(rt.ok());
-  std::thread([&] {
-    ResizingCall call;
-    for (int i = 0; i < 2000; ++i) {
-      const int which = (i / 3) % 2;  // runs of three, so repeats and switches both occur
-      rt.Name(which);
-      const int64_t before[2] = {rt.served(0), rt.served(1)};
-      ASSERT_TRUE(call());
-      ASSERT_EQ(rt.served(which) - before[which], 1) << "call " << i;
-      ASSERT_EQ(rt.served(1 - which) - before[1 - which], 0) << "call " << i;
-    }
-  }).join();
-}
-
 }  // namespace
 }  // namespace qt

@@ -47,6 +47,27 @@ def random_hpd(rng, n, dtype, cond=1e2):
     return lower + np.diag(np.diag(a).real).astype(dtype) + lower.conj().T
 
 
+def eps(dtype):
+    return float(np.finfo(dtype).eps)
+
+
+def with_singular_values(rng, m, n, s, dtype):
+    """Q1 diag(s) Q2^H with random unitary factors: known singular values, any rank."""
+    q1, _ = np.linalg.qr(random_array(rng, (m, m), wide(dtype)))
+    q2, _ = np.linalg.qr(random_array(rng, (n, n), wide(dtype)))
+    k = min(m, n)
+    return ((q1[:, :k] * s) @ q2[:, :k].conj().T).astype(dtype)
+
+
+def to_mp(a):
+    import mpmath
+    return mpmath.matrix([[mpmath.mpc(complex(x)) for x in row] for row in a])
+
+
+def from_mp(m):
+    return np.array([[complex(m[i, j]) for j in range(m.cols)] for i in range(m.rows)])
+
+
 def norm2(a):
     return np.linalg.norm(np.asarray(a, dtype=np.complex128), 2)
 

@@ -7,13 +7,9 @@ import scipy.linalg as sla
 from scipy.optimize import linear_sum_assignment
 
 import quarz_linalg as ql
-from oracle import dtypes, is_complex, norm2, random_array, wide
+from oracle import dtypes, eps, is_complex, norm2, random_array, wide
 
 pytestmark = pytest.mark.skipif(not ql.available("dEigenVH"), reason="the eigen exports are not in the export list")
-
-
-def eps(dtype):
-    return float(np.finfo(dtype).eps)
 
 
 def assert_same_multiset(ours, ref, tol, what):

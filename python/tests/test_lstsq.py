@@ -6,15 +6,7 @@ import numpy as np
 import pytest
 
 import quarz_linalg as ql
-from oracle import dtypes, random_array, wide
-
-
-def with_singular_values(rng, m, n, s, dtype):
-    """Q1 diag(s) Q2^H with random unitary factors: known singular values, any rank."""
-    q1, _ = np.linalg.qr(random_array(rng, (m, m), wide(dtype)))
-    q2, _ = np.linalg.qr(random_array(rng, (n, n), wide(dtype)))
-    k = min(m, n)
-    return ((q1[:, :k] * s) @ q2[:, :k].conj().T).astype(dtype)
+from oracle import dtypes, random_array, wide, with_singular_values
 
 
 def truncated(a, b, r):

@@ -20,10 +20,9 @@ import pytest
 import scipy.linalg as sl
 
 import quarz_linalg as ql
-from oracle import dtypes, is_complex, random_array, wide
+from oracle import dtypes, from_mp, is_complex, random_array, to_mp, wide
 
 mp.mp.dps = 50
-LETTER = {np.float32: "s", np.float64: "d", np.complex64: "c", np.complex128: "z"}
 # Moler's badly scaled 3 x 3 example; its eigenvalues are about -63.4, -6.2 and -0.11, so
 # the logarithm and the square root take its negative.
 MOLER = np.array([[0, 1e-8, 0], [-(2e10 + 4e8 / 6), -3, 2e10], [200 / 3, 0, -200 / 3]])
@@ -53,14 +52,6 @@ def make(kind, dtype):
          "nearly_singular": lambda: (lambda v: v @ np.diag([1e-4, 1, 2, 3]) @ np.linalg.inv(v))(rand(4, 4) + 2 * np.eye(4)),
          }[kind]()
     return np.asarray(a).astype(dtype)
-
-
-def to_mp(a):
-    return mp.matrix([[mp.mpc(complex(x)) for x in row] for row in a])
-
-
-def from_mp(m):
-    return np.array([[complex(m[i, j]) for j in range(m.cols)] for i in range(m.rows)])
 
 
 @functools.lru_cache(maxsize=None)
@@ -150,7 +141,7 @@ def test_real_logarithm(dtype, kind):
     if is_complex(dtype):
         pytest.skip("mode 1 is for real input")
     a, ref = reference("logm", kind, dtype)
-    status, (x,) = ql.invoke(LETTER[dtype] + "MtrxLnH", a.astype(dtype), 1)
+    status, (x,) = ql.invoke(ql.letter_of(dtype) + "MtrxLnH", a.astype(dtype), 1)
     assert status == 0 and not np.any(x.imag)
     assert within_bound("logm", dtype, a, x, ref)
 
@@ -187,7 +178,7 @@ def status_of(export, *args):
 # returned with status 0.
 @dtypes
 def test_documented_cases(dtype):
-    l, e = LETTER[dtype], u(dtype)
+    l, e = ql.letter_of(dtype), u(dtype)
     real = not is_complex(dtype)
     if real:
         rot = np.array([[0, 1], [-1, 0]], dtype)

@@ -4,7 +4,6 @@ stack paired with the wrong one (broadcasting), outputs stacked in the wrong ord
 shape, an empty stack failing or shaped wrongly, an error not naming its matrix."""
 import numpy as np
 import pytest
-import scipy.linalg as sla
 
 import quarz_linalg as ql
 
