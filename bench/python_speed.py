@@ -148,10 +148,11 @@ def main():
         A = np.eye(n) + rng.standard_normal((a.stack, n, n)) / (4 * np.sqrt(n))
         S = A + np.swapaxes(A, 1, 2) + 2 * n * np.eye(n)
         y = rng.standard_normal((a.stack, n))
-        for name, ours, theirs in (("solve", lambda: ql.solve(A, y), lambda: np.linalg.solve(A, y)),
-                                   ("det", lambda: ql.det(A), lambda: np.linalg.det(A)),
-                                   ("inv", lambda: ql.inv(A), lambda: np.linalg.inv(A)),
-                                   ("eigh", lambda: ql.eigh(S), lambda: np.linalg.eigh(S))):
+        # Each stack bound as a default: a closure would see the last size's stacks.
+        for name, ours, theirs in (("solve", lambda A=A, y=y: ql.solve(A, y), lambda A=A, y=y: np.linalg.solve(A, y)),
+                                   ("det", lambda A=A: ql.det(A), lambda A=A: np.linalg.det(A)),
+                                   ("inv", lambda A=A: ql.inv(A), lambda A=A: np.linalg.inv(A)),
+                                   ("eigh", lambda S=S: ql.eigh(S), lambda S=S: np.linalg.eigh(S))):
             cases.append((n, f"{name}[{a.stack}]", ours, theirs, f"np.linalg.{name}"))
     best = [[float("inf"), float("inf")] for _ in cases]
     for _ in range(a.rounds):
