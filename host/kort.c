@@ -3,6 +3,7 @@
 #include "kort.h"
 
 #include <pthread.h>
+#include <stddef.h>
 #include <stdatomic.h>
 #include <stdint.h>
 #include <stdlib.h>
@@ -242,6 +243,107 @@ static int add_kept(int64_t delta) {
   return 1;
 }
 
+/* ---- Per-thread tallies ------------------------------------------------------------------
+ *
+ * Every export empties its work handles on return and the next call grows them again, so
+ * the in-place resize of a small block is the hot path; a locked instruction there costs
+ * as much as the rest of the resize. Each thread therefore counts its resize calls and
+ * the bytes its in-place resizes move between held and kept in a tally of its own (only
+ * the owner writes it, plain loads and stores), and the readers add up all tallies. Kept
+ * capacity is drawn from the global count in reservations: a thread may let its blocks
+ * keep what it has reserved without asking, and kept_bytes, which includes the unused
+ * reservations, stays within the cap. A finished thread's tally is folded into the
+ * global counts. */
+typedef struct Tally Tally;
+struct Tally {
+  atomic_llong resizes;
+  atomic_llong live;     /* bytes held, as changed by this thread's in-place resizes */
+  atomic_llong reserve;  /* kept capacity reserved in kept_bytes, not yet kept */
+  Tally *prev, *next;
+};
+
+/* Reserved kept capacity a thread asks for beyond its need, and returns above twice that. */
+enum { kReserveChunk = 256 << 10 };
+
+static pthread_mutex_t tally_lock = PTHREAD_MUTEX_INITIALIZER;
+static Tally* tallies;
+static pthread_key_t tally_key;
+static pthread_once_t tally_once = PTHREAD_ONCE_INIT;
+static atomic_int tally_key_made; /* 1 made, -1 failed, 0 not yet */
+
+static void bump(atomic_llong* v, long long d) {
+  atomic_store_explicit(v, atomic_load_explicit(v, memory_order_relaxed) + d, memory_order_relaxed);
+}
+
+static void retire_tally(void* p) {
+  Tally* t = (Tally*)p;
+  pthread_mutex_lock(&tally_lock);
+  atomic_fetch_add(&resize_calls, atomic_load(&t->resizes));
+  atomic_fetch_add(&live_bytes, atomic_load(&t->live));
+  atomic_fetch_sub(&kept_bytes, atomic_load(&t->reserve));
+  if (t->prev) t->prev->next = t->next;
+  else tallies = t->next;
+  if (t->next) t->next->prev = t->prev;
+  pthread_mutex_unlock(&tally_lock);
+  free(t); /* the key's value is null by now: a later destructor that resizes makes a new one */
+}
+
+static void make_tally_key(void) {
+  atomic_store(&tally_key_made, pthread_key_create(&tally_key, retire_tally) == 0 ? 1 : -1);
+}
+
+/* This thread's tally, or null when none can be made (the global counts serve then).
+ * The key's value, not a thread-local variable: in a library loaded at run time that
+ * would cost a call into the loader on every access. */
+static Tally* tally(void) {
+  int made = atomic_load_explicit(&tally_key_made, memory_order_acquire);
+  if (made == 0) {
+    pthread_once(&tally_once, make_tally_key);
+    made = atomic_load(&tally_key_made);
+  }
+  if (made < 0) return NULL;
+  Tally* t = (Tally*)pthread_getspecific(tally_key);
+  if (t || !(t = (Tally*)calloc(1, sizeof *t))) return t;
+  if (pthread_setspecific(tally_key, t) != 0) {
+    free(t);
+    return NULL;
+  }
+  pthread_mutex_lock(&tally_lock);
+  t->next = tallies;
+  if (tallies) tallies->prev = t;
+  tallies = t;
+  pthread_mutex_unlock(&tally_lock);
+  return t;
+}
+
+/* A global count plus (sign 1) or less (sign -1) every live thread's share of it. */
+static int64_t total(atomic_llong* global, size_t field, int sign) {
+  pthread_mutex_lock(&tally_lock);
+  int64_t sum = atomic_load(global);
+  for (const Tally* t = tallies; t; t = t->next)
+    sum += sign * atomic_load_explicit((atomic_llong*)((char*)t + field), memory_order_relaxed);
+  pthread_mutex_unlock(&tally_lock);
+  return sum;
+}
+
+/* Lets this thread's blocks keep `delta` more bytes (fewer when negative): from its
+ * reservation, topped up within the cap. Returns whether they may. */
+static int keep_more(Tally* t, int64_t delta) {
+  int64_t reserve = atomic_load_explicit(&t->reserve, memory_order_relaxed);
+  if (delta > reserve) {
+    if (add_kept(delta - reserve + kReserveChunk)) reserve = delta + kReserveChunk;
+    else if (add_kept(delta - reserve)) reserve = delta;
+    else return 0;
+  }
+  reserve -= delta;
+  if (reserve > 2 * kReserveChunk) {
+    atomic_fetch_sub(&kept_bytes, reserve - kReserveChunk);
+    reserve = kReserveChunk;
+  }
+  atomic_store_explicit(&t->reserve, reserve, memory_order_relaxed);
+  return 1;
+}
+
 /* With KORT_MOVE_ON_RESIZE=1 in the environment every resize of a block moves it, as a
  * host whose memory manager does not pool may: under AddressSanitizer, code that keeps an
  * element pointer across a resize then reads freed memory and is reported. */
@@ -259,15 +361,22 @@ static int move_on_resize(void) {
 /* Grows or shrinks a block to `bytes`: in place within its capacity, unless a shrink
  * would keep more than the cap allows; otherwise the contents move to another block.
  * Zero-fills only what a new block gets. */
-static int resize_block(struct QuarzArrayBlock** master, int64_t bytes) {
+static int resize_block(struct QuarzArrayBlock** master, int64_t bytes, Tally* t) {
   if (bytes < 0 || bytes > MAX_BLOCK_BYTES) return kRefused;
   BlockPrefix* old = prefix_of(*master);
   if (old && bytes <= old->capacity && !move_on_resize()) {
-    /* What a block of the same size class would keep anyway is not kept by choice. */
+    /* A small block keeps capacity from its thread's reservation (t null: from the global
+     * count); what a large block of the same size class would keep anyway is not kept by
+     * choice. */
     int64_t need = bytes + kPrefix, delta = old->bytes - bytes;
-    int same_class = is_large(old) && need >= KORT_LARGE_BLOCK_BYTES && class_span(need) == span_of(old);
-    if (same_class ? (atomic_fetch_add(&kept_bytes, delta), 1) : add_kept(delta)) {
-      atomic_fetch_add(&live_bytes, -delta);
+    int mine = t && !is_large(old), kept;
+    if (mine) kept = keep_more(t, delta);
+    else if (is_large(old) && need >= KORT_LARGE_BLOCK_BYTES && class_span(need) == span_of(old))
+      kept = (atomic_fetch_add(&kept_bytes, delta), 1);
+    else kept = add_kept(delta);
+    if (kept) {
+      if (mine) bump(&t->live, -delta);
+      else atomic_fetch_add(&live_bytes, -delta);
       set_held(old, bytes);
       return 0;
     }
@@ -293,7 +402,7 @@ static ArrayHandle new_handle(int64_t size) {
   ArrayHandle h = (ArrayHandle)malloc(sizeof *h);
   if (!h) return NULL;
   *h = NULL;
-  if (resize_block(h, size) != 0) {
+  if (resize_block(h, size, NULL) != 0) {
     free(h);
     return NULL;
   }
@@ -337,7 +446,9 @@ int32_t KortElementSize(int32_t typeCode) { return element_size(typeCode); }
 int32_t KortElementOffset(int32_t typeCode, int32_t numDims) { return element_offset(typeCode, numDims); }
 
 int32_t NumericArrayResize(int32_t typeCode, int32_t numDims, ArrayHandle* handle, int32_t count) {
-  atomic_fetch_add(&resize_calls, 1);
+  Tally* t = tally();
+  if (t) bump(&t->resizes, 1);
+  else atomic_fetch_add(&resize_calls, 1);
   long long armed = atomic_load(&fail_state);
   while (armed != 0 && armed != -1 &&
          !atomic_compare_exchange_weak(&fail_state, &armed, armed > 0 ? armed - 1 : armed + 1)) {
@@ -355,7 +466,7 @@ int32_t NumericArrayResize(int32_t typeCode, int32_t numDims, ArrayHandle* handl
     *handle = h;
     return 0;
   }
-  return resize_block(*handle, bytes);
+  return resize_block(*handle, bytes, t);
 }
 
 void QSort(void* base, int32_t count, int32_t elemSize, int (*compare)(const void*, const void*)) {
@@ -392,9 +503,9 @@ void* KortArrayData(ArrayHandle handle, int32_t typeCode, int32_t numDims) {
 }
 
 int64_t KortLiveHandles(void) { return atomic_load(&live_handles); }
-int64_t KortLiveBytes(void) { return atomic_load(&live_bytes); }
-int64_t KortKeptBytes(void) { return atomic_load(&kept_bytes); }
+int64_t KortLiveBytes(void) { return total(&live_bytes, offsetof(Tally, live), 1); }
+int64_t KortKeptBytes(void) { return total(&kept_bytes, offsetof(Tally, reserve), -1); }
 int64_t KortCachedBytes(void) { return atomic_load(&cached_bytes); }
-int64_t KortResizeCount(void) { return atomic_load(&resize_calls); }
+int64_t KortResizeCount(void) { return total(&resize_calls, offsetof(Tally, resizes), 1); }
 void KortFailResizeAt(int64_t k) { atomic_store(&fail_state, k > 0 ? k : 0); }
 void KortFailResizeFrom(int64_t k) { atomic_store(&fail_state, k > 0 ? -k : 0); }

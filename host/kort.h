@@ -79,7 +79,12 @@ KORT_API void* KortArrayData(ArrayHandle handle, int32_t typeCode, int32_t numDi
  * So a process holds at most KORT_KEEP_CAP_BYTES + KORT_CACHE_CAP_BYTES beyond what its
  * handles hold (plus the size-class rounding of the blocks they hold), and gets all of it
  * back by disposing of its handles and calling KortTrimPool. Every entry may be called
- * from any thread; the counters are atomic and one mutex guards the cache's lists only.
+ * from any thread. The resize calls and the bytes that small blocks move in place
+ * between held and kept are counted by each thread on its own, without a locked
+ * instruction (an export empties and regrows its work handles on every call); kept
+ * capacity is reserved from the cap a little ahead, and the counters below add up every
+ * thread's share when read (a thread that ends hands its share on). One mutex guards the
+ * cache's lists, another the list of the threads' counts.
  * Handles are reachable only from their owners, so a leak checker reports a handle that
  * is never disposed of. */
 #define KORT_LARGE_BLOCK_BYTES ((int64_t)64 << 10)

@@ -958,14 +958,18 @@ typedef struct {
   size_t* out_step;  /* bytes per matrix of each output */
   int32_t (*in_shape)[2];
   int32_t (*shape)[2];  /* each output's sizes for the first matrix */
+  /* The arguments each matrix moves, so that the per-matrix loops skip the others
+   * without looking at their roles: array inputs, then outputs with a stacked result. */
+  int moved_in[kMaxArgs], n_in;
+  int moved_out[kMaxArgs], n_out;
 } StackRun;
 
 /* Copies matrix m's inputs into their handles; an in-place argument gets its sizes (and
  * elements) back first. 0 when the host refuses that resize. */
 static int stack_in(const StackRun* r, Py_ssize_t m) {
-  for (int i = 0; i < r->row->nargs; ++i) {
+  for (int x = 0; x < r->n_in; ++x) {
+    const int i = r->moved_in[x];
     const QbKind* kd = &r->row->args[i];
-    if ((kd->role != QB_IN && kd->role != QB_INOUT) || !r->a[i].h) continue;
     if (kd->role == QB_INOUT) {
       const int64_t n = (int64_t)r->in_shape[i][0] * (kd->rank == 2 ? r->in_shape[i][1] : 1);
       if (count_of(r->a[i].h, kd->rank) != n && host_resize(kd->code, kd->rank, &r->a[i].h, (int32_t)n) != 0)
@@ -983,9 +987,10 @@ static int stack_in(const StackRun* r, Py_ssize_t m) {
 /* Copies matrix m's outputs into the stacked results; 0 when an output's sizes differ
  * from the first matrix's. */
 static int stack_out(const StackRun* r, Py_ssize_t m) {
-  for (int i = 0; i < r->row->nargs; ++i) {
+  for (int x = 0; x < r->n_out; ++x) {
+    const int i = r->moved_out[x];
     const QbKind* kd = &r->row->args[i];
-    if (kd->role == QB_OUT || (kd->role == QB_INOUT && r->a[i].h)) {
+    if (kd->role == QB_OUT || kd->role == QB_INOUT) {
       const int32_t* s = sizes_of(r->a[i].h);
       if (s[0] != r->shape[i][0] || (kd->rank == 2 && s[1] != r->shape[i][1])) return 0;
       if (r->out_step[i])
@@ -1040,6 +1045,7 @@ static int stack_results(StackRun* r, Py_ssize_t count, PyObject** outs) {
     }
     outs[i] = PyArray_SimpleNew(nd, dims, kNpyType[code_index(code)]);
     if (!outs[i]) return -1;
+    r->moved_out[r->n_out++] = i;
     r->dst[i] = PyArray_DATA((PyArrayObject*)outs[i]);
     r->out_step[i] = (size_t)kElemSize[code_index(code)] * (nd == 1 ? 1 : (size_t)dims[1] * (nd == 3 ? dims[2] : 1));
   }
@@ -1083,7 +1089,8 @@ static PyObject* stack(PyObject* module, PyObject* args) {
   int32_t in_shape[kMaxArgs][2], shape[kMaxArgs][2];
   int64_t held[kMaxArgs];
   PyObject* outs[kMaxArgs] = {NULL};
-  StackRun r = {row, e->fn, a, store, src, dst, step, out_step, in_shape, shape};
+  StackRun r = {.row = row, .fn = e->fn, .a = a, .store = store, .src = src, .dst = dst, .step = step,
+                .out_step = out_step, .in_shape = in_shape, .shape = shape};
   PyObject *result = NULL, *warned = PyList_New(0);
   Py_ssize_t bytes_in = 0;
   int prepared = 0, k = 0;
@@ -1127,6 +1134,7 @@ static PyObject* stack(PyObject* module, PyObject* args) {
         if (kd->rank == 2) s[1] = in_shape[i][1];
         src[i] = PyArray_DATA(arr);
         step[i] = (size_t)n * kElemSize[code_index(kd->code)];
+        r.moved_in[r.n_in++] = i;
         bytes_in += (Py_ssize_t)(step[i] * (size_t)count);
         break;
       }

@@ -52,7 +52,8 @@ _LIN_EQ_KINDS = OPTIONS["LinEqMatrix"]
 
 
 def dot(x, y):
-    """sum(x[i] * conj(y[i])): the second vector is conjugated (np.vdot(y, x))."""
+    """sum(x[i] * conj(y[i])): the second vector is conjugated (np.vdot(y, x)). 1-D
+    inputs only (np.vdot flattens any shape)."""
     return _dot(x, y)
 
 
@@ -68,6 +69,7 @@ def norm(x, p=2):
 
 
 def mean(x):
+    """Mean of a 1-D array (no axis argument, unlike np.mean)."""
     x = _vec(x)
     return _run("MeanH", _letter(x), x)[0]
 
@@ -82,7 +84,11 @@ def rms(x):
 
 def matmul(a, b):
     """Matrix product without conjugation. 2-D @ 2-D, 2-D @ 1-D (matvec) and
-    1-D @ 2-D (vecmat) as in numpy."""
+    1-D @ 2-D (vecmat) as in numpy; no stacks (np.matmul broadcasts (..., M, N) ones),
+    and integer inputs give float64 (numpy keeps their integer type). numpy's own arrays
+    are copied into host arrays first (a host array keeps its sizes right in front of its
+    elements, where numpy's allocator keeps its own bookkeeping), which costs a little
+    against np.matmul; arrays allocated inside host_layout() are read in place."""
     try:
         ranks = a.ndim, b.ndim
     except AttributeError:
@@ -96,13 +102,13 @@ def matmul(a, b):
 
 
 def matvec(a, x):
-    """A @ x."""
+    """A @ x (2-D A, 1-D x; no stacks)."""
     a, x = _mat(a), _vec(x)
     return _run("MtrxVecMulH", _letter(a, x), a, x)[0]
 
 
 def vecmat(x, a):
-    """x @ A (plain transpose, no conjugation)."""
+    """x @ A (plain transpose, no conjugation; 1-D x, 2-D A, no stacks)."""
     x, a = _vec(x), _mat(a)
     return _run("VecMtrxMulH", _letter(x, a), x, a)[0]
 
@@ -159,8 +165,9 @@ def special(kind, x=None, y=None, size=0, dtype=None):
 # ---- Factorizations, determinant, linear equations ------------------------------------
 
 def lu(a):
-    """LU with partial pivoting: (L, U, P, piv) with P @ A = L @ U. P is an int32 0/1
-    matrix, piv the 0-based row interchanges (row i swapped with piv[i], in order).
+    """LU with partial pivoting: (L, U, P, piv) with P @ A = L @ U (scipy.linalg.lu
+    returns (P, L, U) with A = P @ L @ U, its P the transpose of this one). P is an int32
+    0/1 matrix, piv the 0-based row interchanges (row i swapped with piv[i], in order).
     An exact zero pivot issues a QuarzWarning (WarnSingular); the factors are kept."""
     a = _mat(a)
     L, U, P, piv = _run("LUH", _letter(a), a)

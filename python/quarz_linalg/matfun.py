@@ -28,7 +28,7 @@ def sqrtm(a):
     result is always complex (complex64 for float32 and complex64 input, complex128
     otherwise), also when the root is real, and there is no disp or blocksize argument.
     Two or more eigenvalues at rounding distance from zero give a QuarzWarning (the root
-    may not exist; the result is a candidate)."""
+    may not exist; the result is a candidate). Only 2-D inputs (no stacks)."""
     a, letter = _square(a)
     return invoke(letter + "MtrxSqrtH", a)[1][0]
 
@@ -39,7 +39,8 @@ def logm(a, real=False):
     input, real=True first tries real arithmetic (the export's mode 1); when the matrix
     has no real logarithm that way (a complex eigenvalue pair, or an eigenvalue that is
     not positive) the complex logarithm comes with a QuarzWarning. A singular matrix
-    raises QuarzError, except a diagonal one (log 0 = -inf). Complex input ignores real."""
+    raises QuarzError, except a diagonal one (log 0 = -inf). Complex input ignores real.
+    Only 2-D inputs (no stacks)."""
     a, letter = _square(a)
     if letter in "sd":
         return invoke(letter + "MtrxLnH", a, 1 if real else 0)[1][0]

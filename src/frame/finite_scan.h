@@ -56,7 +56,7 @@ bool MagnitudesBelow(const R* __restrict src, int64_t m, R* __restrict dst, Bits
   constexpr int kLanes = 64 / sizeof(U);
   const U flip = above ^ below;
   U seen[kLanes] = {};
-  const auto step = [&](int64_t i, int lane) {
+  const auto step = [&](int64_t i) {
     U u;
     std::memcpy(&u, src + i, sizeof u);
     if constexpr (Copy) std::memcpy(dst + i, &u, sizeof u);
@@ -65,14 +65,17 @@ bool MagnitudesBelow(const R* __restrict src, int64_t m, R* __restrict dst, Bits
       // All ones for a negative real, zero otherwise: picks its limit without a branch.
       limit ^= flip & static_cast<U>(static_cast<std::make_signed_t<U>>(u) >> (sizeof(U) * 8 - 1));
     }
-    seen[lane] |= (limit - 1) - (u & magnitude);
+    return (limit - 1) - (u & magnitude);
   };
   int64_t i = 0;
   for (; i + kLanes <= m; i += kLanes) {
-    for (int lane = 0; lane < kLanes; ++lane) step(i + lane, lane);
+    for (int lane = 0; lane < kLanes; ++lane) seen[lane] |= step(i + lane);
   }
-  for (; i < m; ++i) step(i, 0);
+  // The tail in a register of its own: ORed into a lane, its store would stall the
+  // vector loads of the lanes below (no store forwarding), which for a small matrix
+  // costs more than the whole scan.
   U all = 0;
+  for (; i < m; ++i) all |= step(i);
   for (const U s : seen) all |= s;
   return (all & ~magnitude) == 0;
 }

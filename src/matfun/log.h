@@ -35,26 +35,66 @@ bool CloseEigenvalues(const T* t, int32_t n) {
   return false;
 }
 
+// Columns j0..j1-1 of row i of F = log(T), in place in the row-major f, once every term
+// of those entries' numerators with k outside that span has been added: with f_ik known,
+// its terms for the later entries of the span are added along rows k of T and F.
+template <class T>
+void ParlettRowSpan(const T* t, int32_t n, T* f, int64_t i, int64_t j0, int64_t j1) {
+  T* r = f + i * n;
+  const T tii = t[i * n + i];
+  for (int64_t k = j0; k < j1; ++k) {
+    r[k] = SmithDivide(r[k], t[k * n + k] - tii);
+    if (k + 1 == j1) break;
+    const auto len = static_cast<blasint>(j1 - k - 1);
+    kernel::axpy(len, -r[k], t + k * n + k + 1, 1, r + k + 1, 1);
+    kernel::axpy(len, t[i * n + k], f + k * n + k + 1, 1, r + k + 1, 1);
+  }
+}
+
+// F[i0..i1, j0..j1] += T[i0..i1, k0..k1]·F[k0..k1, j0..j1] − F[i0..i1, k0..k1]·T[k0..k1, j0..j1]:
+// the numerator terms of the rows i0..i1 for k in k0..k1.
+template <class T>
+void ParlettTerms(const T* t, int32_t n, T* f, int64_t i0, int64_t i1, int64_t k0, int64_t k1, int64_t j0,
+                  int64_t j1) {
+  if (k1 <= k0 || i1 <= i0) return;
+  const auto m = static_cast<blasint>(i1 - i0), cols = static_cast<blasint>(j1 - j0);
+  const auto inner = static_cast<blasint>(k1 - k0);
+  kernel::gemm(CblasRowMajor, CblasNoTrans, CblasNoTrans, m, cols, inner, T(1), t + i0 * n + k0, n,
+               f + k0 * n + j0, n, T(1), f + i0 * n + j0, n);
+  kernel::gemm(CblasRowMajor, CblasNoTrans, CblasNoTrans, m, cols, inner, T(-1), f + i0 * n + k0, n,
+               t + k0 * n + j0, n, T(1), f + i0 * n + j0, n);
+}
+
 // F = log(T) for the row-major upper triangular n x n block t, into the row-major f
 // (strict lower part 0), by the Parlett recurrence from F·T = T·F:
 //   f_ij·(t_jj − t_ii) = t_ij·(f_jj − f_ii) + Σ (t_ik·f_kj − f_ik·t_kj) over i < k < j,
-// divided by Smith's method. Rows from the bottom up, each from left to right; once f_ik
-// is known its terms for the later entries of row i are added along rows k of T and F.
+// divided by Smith's method.
+//
+// In blocks of kParlettBlock, as the triangular square root: block column by block column,
+// the diagonal block by the element recurrence (rows from the bottom up, each from left to
+// right), then the blocks above it from the bottom up. An off-diagonal block F_IJ takes
+// the terms of the blocks K between I and J by gemm, then row by row from the bottom the
+// terms of I's own rows below it by gemm, and the row's span by the element recurrence;
+// every numerator holds the same terms as unblocked, summed in another order.
 template <class T>
 void ParlettLog(const T* t, int32_t n, T* f) {
+  constexpr int64_t kParlettBlock = 48;
   const int64_t nn = int64_t{n} * n;
   std::fill(f, f + nn, T(0));
   for (int64_t i = 0; i < n; ++i) f[i * n + i] = ScalarLog(t[i * n + i]);
-  for (int64_t i = n - 2; i >= 0; --i) {
-    T* r = f + i * n;
-    const T tii = t[i * n + i], fii = r[i];
-    for (int64_t j = i + 1; j < n; ++j) r[j] = t[i * n + j] * (f[j * n + j] - fii);
-    for (int64_t k = i + 1; k < n; ++k) {
-      r[k] = SmithDivide(r[k], t[k * n + k] - tii);
-      if (k + 1 == n) break;
-      const auto len = static_cast<blasint>(n - k - 1);
-      kernel::axpy(len, -r[k], t + k * n + k + 1, 1, r + k + 1, 1);
-      kernel::axpy(len, t[i * n + k], f + k * n + k + 1, 1, r + k + 1, 1);
+  for (int64_t i = 0; i < n; ++i) {
+    for (int64_t j = i + 1; j < n; ++j) f[i * n + j] = t[i * n + j] * (f[j * n + j] - f[i * n + i]);
+  }
+  for (int64_t j0 = 0; j0 < n; j0 += kParlettBlock) {
+    const int64_t j1 = std::min<int64_t>(j0 + kParlettBlock, n);
+    for (int64_t i = j1 - 2; i >= j0; --i) ParlettRowSpan(t, n, f, i, i + 1, j1);
+    for (int64_t i1 = j0; i1 > 0; i1 -= kParlettBlock) {
+      const int64_t i0 = std::max<int64_t>(i1 - kParlettBlock, 0);
+      ParlettTerms(t, n, f, i0, i1, i1, j0, j0, j1);
+      for (int64_t i = i1 - 1; i >= i0; --i) {
+        ParlettTerms(t, n, f, i, i + 1, i + 1, i1, j0, j1);
+        ParlettRowSpan(t, n, f, i, j0, j1);
+      }
     }
   }
 }

@@ -27,15 +27,33 @@ void Reorder(const T* src, int32_t rows, int32_t cols, T* dst) {
   }
 }
 
+// Up to this order the general solver hands the kernel A itself (a transposing copy) and
+// calls gesv once; above it, the copy as stored (no transposition) with getrf and
+// getrs. For small matrices the kernel's fixed cost per call outweighs the transposition,
+// and gesv is one call where getrf and getrs are two.
+constexpr int32_t kTransposeUpTo = 32;
+
+// Loads A into lu as the kernel is to read it: as stored (the kernel sees Aᵀ) or
+// transposed (the kernel sees A).
+template <class T>
+void LoadMatrix(bool asStored, const T* a, int32_t n, T* lu) {
+  if (asStored) {
+    std::copy(a, a + int64_t{n} * n, lu);
+  } else {
+    ToColumnMajor(a, n, n, lu);
+  }
+}
+
 // Factors the n x n copy in lu and solves for the right-hand sides in rhs. With the copy
 // as the host stores it, the kernel sees Aᵀ: it factors that (pivoting on A's columns)
 // and solves with the transpose of the factors. With a transposed copy it factors A
-// itself (pivoting on A's rows). Both solve A·X = B.
+// itself (pivoting on A's rows), in one gesv. Both solve A·X = B.
 template <class T>
 lapack_int FactorAndSolve(bool asStored, int32_t n, int32_t k, T* lu, int32_t* ipiv, T* rhs) {
+  if (!asStored) return kernel::gesv(n, k, lu, n, ipiv, rhs, n);
   const lapack_int info = kernel::getrf(n, n, lu, n, ipiv);
   if (info != 0) return info;
-  return kernel::getrs(asStored ? 'T' : 'N', n, k, lu, n, ipiv, rhs, n);
+  return kernel::getrs('T', n, k, lu, n, ipiv, rhs, n);
 }
 
 // Whether an attempt overflowed. An infinite pivot divides what follows it down to zero,
@@ -52,28 +70,29 @@ bool Overflowed(lapack_int info, const T* lu, int32_t n, const T* rhs, int64_t n
   return !pivotsFinite || (info == 0 && !AllFinite(rhs, nk));
 }
 
-// The general path, with A already copied as stored into lu and the right-hand sides
-// loaded into rhs. Near overflow the two pivoting orders fail on different matrices, so
-// when the first attempt overflows, A is factored again in the other orientation, from
-// the untouched input. The first attempt that did not overflow decides: its solution, or
-// its exact zero pivot as singularity (a zero pivot reached without overflow means A is
-// singular to working precision, and the other orientation could only offer an answer
-// without correct digits). When both overflow, the outcome is that of the first attempt,
-// which is solved once more since the second overwrote it; the answer then is what a
-// single attempt gives and the status is deterministic either way.
+// The general path, with A already loaded into lu in the orientation `asStored` and the
+// right-hand sides into rhs. Near overflow the two pivoting orders fail on different
+// matrices, so when the first attempt overflows, A is factored again in the other
+// orientation, from the untouched input. The first attempt that did not overflow decides:
+// its solution, or its exact zero pivot as singularity (a zero pivot reached without
+// overflow means A is singular to working precision, and the other orientation could
+// only offer an answer without correct digits). When both overflow, the outcome is that
+// of the first attempt, which is solved once more since the second overwrote it; the
+// answer then is what a single attempt gives and the status is deterministic either way.
 template <class T>
-lapack_int GeneralSolve(const T* a, int32_t n, const T* b, int32_t k, T* lu, int32_t* ipiv, T* rhs) {
+lapack_int GeneralSolve(bool asStored, const T* a, int32_t n, const T* b, int32_t k, T* lu, int32_t* ipiv,
+                        T* rhs) {
   const int64_t nk = int64_t{n} * k;
-  const lapack_int info = FactorAndSolve(true, n, k, lu, ipiv, rhs);
+  const lapack_int info = FactorAndSolve(asStored, n, k, lu, ipiv, rhs);
   if (info < 0 || !Overflowed(info, lu, n, rhs, nk)) return info;
-  ToColumnMajor(a, n, n, lu);
+  LoadMatrix(!asStored, a, n, lu);
   Reorder(b, n, k, rhs);
-  const lapack_int other = FactorAndSolve(false, n, k, lu, ipiv, rhs);
+  const lapack_int other = FactorAndSolve(!asStored, n, k, lu, ipiv, rhs);
   if (other < 0 || !Overflowed(other, lu, n, rhs, nk)) return other;
   if (info > 0) return info;
-  std::copy(a, a + int64_t{n} * n, lu);
+  LoadMatrix(asStored, a, n, lu);
   Reorder(b, n, k, rhs);
-  return FactorAndSolve(true, n, k, lu, ipiv, rhs);
+  return FactorAndSolve(asStored, n, k, lu, ipiv, rhs);
 }
 
 }  // namespace lineq
@@ -125,13 +144,16 @@ Status LinEqSolve(const T* a, int32_t n, const T* b, int32_t k, int32_t matrixTy
   lapack_int info;
   Status positive;
   switch (matrixType) {
-    case QuarzLinEqMatrixGeneral:
-      // Copied as stored, which saves a transposing copy (see GeneralSolve). The other
-      // paths do not pivot, so they have no second order to try.
-      if (!CopyAccepted(a, nn, scratch)) return StatusNotFinite;
-      info = lineq::GeneralSolve(a, n, b, k, scratch, ipiv, rhs);
+    case QuarzLinEqMatrixGeneral: {
+      // Large matrices are copied as stored, which saves a transposing copy (see
+      // GeneralSolve). The other paths do not pivot, so they have no second order to try.
+      const bool asStored = n > lineq::kTransposeUpTo;
+      if (asStored ? !CopyAccepted(a, nn, scratch) : !AllAccepted(a, nn)) return StatusNotFinite;
+      if (!asStored) ToColumnMajor(a, n, n, scratch);
+      info = lineq::GeneralSolve(asStored, a, n, b, k, scratch, ipiv, rhs);
       positive = StatusSingular;
       break;
+    }
     case QuarzLinEqMatrixPositiveDefinite:
       // Copied as stored: the kernel sees Aᵀ and its upper triangle is A's lower one.
       if (!CopyAccepted(a, nn, scratch)) return StatusNotFinite;
