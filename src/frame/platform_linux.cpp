@@ -4,8 +4,8 @@
 //
 // Names: the toolkit's modules are libquarz_fft.so, libquarz_linalg.so, libquarz_sparse.so
 // and libquarz_thread.so, matched by file name (a version suffix allowed) among the
-// loaded objects; the OpenMP
-// runtime is libiomp5.so and the kernel libquarz_core_130000.so (the build lays out both
+// loaded objects; the OpenMP runtime is libiomp5.so and the kernel
+// libquarz_core_130000.so (the build lays out both
 // beside the library as links to the system's libgomp and OpenBLAS; an installed library
 // has them in its folder quarz_linalg/, out of the loader's default path). The configuration
 // store is a key file, /etc/orvane/korvo-13.0.conf or the file named by
